@@ -1,0 +1,222 @@
+// The query codec: builds the encoded query for one URL, and turns the
+// service's encoded answer into the verdict record the router acts on.
+
+#include "linkward.h"
+
+#include <google/protobuf/stubs/logging.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "kx_request.pb.h"
+#include "kx_response.pb.h"
+
+#ifdef NDEBUG
+#error "linkward keeps its checks and assertions in every build type"
+#endif
+
+namespace req = linkward::info::req;
+namespace resp = linkward::info::resp;
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// The query
+
+// Identifiers every query carries, whoever the caller is.
+constexpr char kProduct[] = "smarthw";
+constexpr char kCombo[] = "firewall";
+constexpr char kSource[] = "url";
+constexpr char kRuleGroup[] = "kxid:1";
+
+bool request_arguments_refused(const char* out_buf, const int32_t* out_len,
+                               const char* mid, uint32_t enable) {
+  return out_buf == nullptr || out_len == nullptr || mid == nullptr ||
+         enable == 0;
+}
+
+// A null URL stops the call on the runtime's fatal check, as the text setter
+// of the runtime this library was designed on did; this runtime's setter would
+// throw from std::string instead.
+void set_url_text(req::URL* url, const char* value) {
+  GOOGLE_CHECK(value != nullptr);
+  url->set_url(value, std::strlen(value));
+}
+
+// Every required field is set, also when the caller's value is empty, so the
+// query is always complete.
+void build_request(req::Request& request, const char* url, const char* mid,
+                   const void* vk, uint32_t vk_len) {
+  request.set_uv(req::Request::kUV3_ProtobufEncrypt);
+  request.set_product(kProduct);
+  request.set_combo(kCombo);
+  request.set_vk(static_cast<const char*>(vk), vk_len);
+  request.set_src(kSource);
+  request.set_mid(mid, std::strlen(mid));
+  request.set_rule_group_id(kRuleGroup);
+
+  req::URLEntity* entity = request.add_urls();
+  entity->set_id(0);
+  set_url_text(entity->mutable_url(), url);
+}
+
+// ---------------------------------------------------------------------------
+// The verdict
+
+constexpr int kRecordHead = 12;  // code, level and sub-type, 32 bits each
+constexpr size_t kWorkTextSize = 512;
+constexpr size_t kWorkTextMax = kWorkTextSize - 1;
+
+using WorkText = char[kWorkTextSize];
+
+// A value counts up to its first zero byte and at most 511 bytes; a later,
+// shorter value replaces an earlier one completely.
+void copy_value(WorkText& text, const std::string& value) {
+  const size_t length = strnlen(value.c_str(), kWorkTextMax);
+  std::memcpy(text, value.data(), length);
+  text[length] = '\0';
+}
+
+// Looks through the pairs for the service's texts: the first "bnet.info"
+// ends the scan; the last "kx.info" before it is the token list.
+// Returns whether a "bnet.info" pair was found.
+bool scan_values(const resp::MD5Result& result, WorkText& bnet, WorkText& kx) {
+  for (const linkward::info::StringPair& pair : result.values()) {
+    if (pair.key() == "bnet.info") {
+      copy_value(bnet, pair.value());
+      return true;
+    }
+    if (pair.key() == "kx.info") copy_value(kx, pair.value());
+  }
+  return false;
+}
+
+// The decision table for an answer without "bnet.info". The two level-60
+// branches differ on purpose and must stay so: sub-type 10 looks for the
+// 1102x sub-codes and falls back to 3, sub-type 30 looks for the 1101x
+// sub-codes and falls back to 2; within each the token tested first wins.
+int32_t decide(int32_t level, int32_t sub_type, const char* kx) {
+  const auto member = [kx](const char* token) {
+    return has_value(kx, token) == 1;
+  };
+  if (level == 50) return member("sc=101") ? 2 : 1;
+  if (level < 50) return level == 0 ? 0 : 2;
+  if (level == 70) return 5;
+  if (level != 60) return 2;
+  switch (sub_type) {
+    case 10:
+      if (!member("sc=110")) return 3;
+      if (member("ssc=11020")) return 6;
+      if (member("ssc=11021")) return 7;
+      return 3;
+    case 20:
+      return 4;
+    case 30:
+      if (!member("sc=110")) return 2;
+      if (member("ssc=11012")) return 6;
+      if (member("ssc=11011")) return 7;
+      return 2;
+    default:
+      return 2;
+  }
+}
+
+// The head is always written. The text is bounded by the room left after it
+// (a capacity below 12 turns that bound into a huge unsigned one: a caller
+// error this function does not detect), and its whole length is counted.
+int write_record(char* out_buf, int out_size, int32_t code, int32_t level,
+                 int32_t sub_type, const char* bnet, const char* kx) {
+  const int32_t head[3] = {code, level, sub_type};
+  std::memcpy(out_buf, head, sizeof head);
+
+  const size_t room = static_cast<size_t>(out_size - kRecordHead);
+  char* text = out_buf + kRecordHead;
+  if (bnet[0] != '\0')
+    return kRecordHead + std::snprintf(text, room, "bnet.info=%s", bnet);
+  if (kx[0] != '\0')
+    return kRecordHead + std::snprintf(text, room, "kx.info=%s", kx);
+  return kRecordHead;
+}
+
+// ---------------------------------------------------------------------------
+// The answer
+
+// The first per-hash result reached decides: a result's merged_result, else
+// the first of its md5_results; results holding neither are passed over.
+// Returns the record's length, or 0 when no result held a per-hash result.
+int walk_results(const resp::Response& response, char* out_buf, int out_size) {
+  int record = 0;
+  for (const resp::Result& result : response.results()) {
+    if (result.has_merged_result()) {
+      record = parser_one_result(result.merged_result(), out_buf, out_size);
+      if (record > 0) return record;
+    }
+    for (const resp::MD5Result& md5_result : result.md5_results()) {
+      record = parser_one_result(md5_result, out_buf, out_size);
+      if (record > 0) return record;
+    }
+  }
+  return record;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Exported entry points
+
+int32_t create_proto_request(char* out_buf, int32_t* out_len, int32_t out_size,
+                             uint32_t enable, const char* url, const char* mid,
+                             const void* vk, uint32_t vk_len) {
+  if (request_arguments_refused(out_buf, out_len, mid, enable)) return -1;
+
+  req::Request request;
+  build_request(request, url, mid, vk, vk_len);
+
+  // Sized once: serialising with the cached sizes writes exactly these bytes.
+  const int32_t size = static_cast<int32_t>(request.ByteSizeLong());
+  if (out_size < size) return -2;
+  *out_len = size;
+  request.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(out_buf));
+  return 0;
+}
+
+int parser_one_result(const resp::MD5Result& result, char* out_buf,
+                      int out_size) {
+  WorkText bnet = "";
+  WorkText kx = "";
+  const bool has_bnet = scan_values(result, bnet, kx);
+  const int32_t code =
+      has_bnet ? 8 : decide(result.level(), result.sub_type(), kx);
+  return write_record(out_buf, out_size, code, result.level(),
+                      result.sub_type(), bnet, kx);
+}
+
+int has_value(const char* list, const char* token) {
+  if (list == nullptr || token == nullptr) return 0;
+  const size_t length = std::strlen(token);
+  // A false hit resumes the search after its whole length.
+  for (const char* hit = std::strstr(list, token); hit != nullptr;
+       hit = std::strstr(hit + length, token)) {
+    const bool starts = hit == list || hit[-1] == '|';
+    const bool ends = hit[length] == '\0' || hit[length] == '|';
+    if (starts && ends) return 1;
+  }
+  return 0;
+}
+
+int32_t parser_proto_response(char* out_buf, int32_t* out_len,
+                              int32_t out_size, const void* data,
+                              int32_t size) {
+  if (out_buf == nullptr || out_len == nullptr || data == nullptr) return -1;
+
+  resp::Response response;
+  // A cut or malformed answer is walked as far as it parsed, and one that
+  // lacks required fields is used all the same, so the parse's verdict is not
+  // looked at; the partial parse also keeps the call silent.
+  response.ParsePartialFromArray(data, size);
+  if (response.ec() != resp::Response::kOK) return -3;
+  if (response.results_size() == 0) return -4;
+
+  *out_len = walk_results(response, out_buf, out_size);
+  return 0;
+}

@@ -1,0 +1,239 @@
+// The answer: refusals, the walk to the first per-hash result, answers cut
+// short, and calls from several threads.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kx_response.pb.h"
+#include "linkward.h"
+#include "wire.h"
+
+namespace resp = linkward::info::resp;
+
+namespace {
+
+constexpr char kGuard = '\x5a';
+
+struct Outcome {
+  int32_t rc;
+  int32_t length;
+  std::vector<char> buffer;
+
+  int32_t code() const {
+    int32_t code;
+    std::memcpy(&code, buffer.data(), 4);
+    return code;
+  }
+  int32_t level() const {
+    int32_t level;
+    std::memcpy(&level, buffer.data() + 4, 4);
+    return level;
+  }
+  bool untouched() const {
+    for (char byte : buffer)
+      if (byte != kGuard) return false;
+    return true;
+  }
+};
+
+Outcome parse(const std::string& answer, int32_t capacity = 534) {
+  Outcome o{0, -7, std::vector<char>(capacity, kGuard)};
+  o.rc = parser_proto_response(o.buffer.data(), &o.length, capacity,
+                               answer.data(), static_cast<int32_t>(answer.size()));
+  return o;
+}
+
+resp::MD5Result* add_md5_result(resp::Result* result, int32_t level) {
+  resp::MD5Result* md5_result = result->add_md5_results();
+  md5_result->set_level(level);
+  return md5_result;
+}
+
+TEST(Walker, RefusesNullPointersWithoutWriting) {
+  char buffer[16];
+  int32_t length = -7;
+  const char data[] = {0x08, 0x00};
+  EXPECT_EQ(parser_proto_response(nullptr, &length, 16, data, 2), -1);
+  EXPECT_EQ(parser_proto_response(buffer, nullptr, 16, data, 2), -1);
+  EXPECT_EQ(parser_proto_response(buffer, &length, 16, nullptr, 2), -1);
+  EXPECT_EQ(length, -7);
+}
+
+TEST(Walker, ServiceErrorsAndEmptyAnswers) {
+  resp::Response response;
+  response.set_ec(resp::Response::kNotFound);
+  add_md5_result(response.add_results(), 70);
+  add_md5_result(response.add_results(), 70);
+  Outcome error = parse(response.SerializePartialAsString());
+  EXPECT_EQ(error.rc, -3);
+  EXPECT_EQ(error.length, -7);
+  EXPECT_TRUE(error.untouched());
+
+  for (const char* hex : {"", "08 00", "ff ff", "08 00 0a 05 01"}) {
+    Outcome empty = parse(from_hex(hex));
+    EXPECT_EQ(empty.rc, -4) << hex;
+    EXPECT_EQ(empty.length, -7) << hex;
+    EXPECT_TRUE(empty.untouched()) << hex;
+  }
+
+  // ec 6 is kPCSlimitError; a cut answer whose ec was read still counts.
+  EXPECT_EQ(parse(from_hex("08 06")).rc, -3);
+  EXPECT_EQ(parse(from_hex("08 02 12 0a 10")).rc, -3);
+}
+
+TEST(Walker, EcOutsideTheEnumerationOrAbsentReadsAsOk) {
+  // One result, id 1, one md5_result at level 70.
+  const std::string result = "12 06 10 01 22 02 10 46";
+  for (const std::string& ec : {std::string(""), std::string("08 09 "),
+                                std::string("08 ff ff ff ff ff ff ff ff ff 01 ")}) {
+    Outcome o = parse(from_hex(ec + result));
+    EXPECT_EQ(o.rc, 0) << ec;
+    EXPECT_EQ(o.length, 12) << ec;
+    EXPECT_EQ(o.code(), 5) << ec;
+  }
+}
+
+TEST(Walker, FirstPerHashResultDecides) {
+  resp::Response response;
+  response.add_results()->set_id(1);  // holds neither: passed over
+  resp::Result* second = response.add_results();
+  second->set_ec(resp::Result::kNotFound);  // not consulted
+  add_md5_result(second, 70);
+  add_md5_result(second, 0);
+  add_md5_result(response.add_results(), 50);
+  Outcome o = parse(response.SerializePartialAsString());
+  EXPECT_EQ(o.rc, 0);
+  EXPECT_EQ(o.length, 12);
+  EXPECT_EQ(o.code(), 5);
+
+  // merged_result comes before md5_results, whatever its code.
+  second->mutable_merged_result()->set_level(0);
+  o = parse(response.SerializePartialAsString());
+  EXPECT_EQ(o.code(), 0);
+  EXPECT_EQ(o.level(), 0);
+
+  // A merged_result on the wire without level is present all the same.
+  second->clear_merged_result();
+  std::string answer = response.SerializePartialAsString();
+  o = parse(from_hex("08 00 12 04 10 02 1a 00") + answer);
+  EXPECT_EQ(o.code(), 0);
+}
+
+TEST(Walker, NoPerHashResultLeavesTheBufferAndReportsZeroLength) {
+  resp::Response response;
+  response.add_results()->set_id(1);
+  response.add_results()->add_exts()->set_key("k");
+  Outcome o = parse(response.SerializePartialAsString());
+  EXPECT_EQ(o.rc, 0);
+  EXPECT_EQ(o.length, 0);
+  EXPECT_TRUE(o.untouched());
+}
+
+TEST(Walker, HandWrittenAnswerWithTextAndSmallBuffer) {
+  // ec 0; result id 1 with one md5_result: level 60, sub-type 10,
+  // "kx.info" = "sc=110|ssc=11021".
+  const std::string answer = from_hex(
+      "08 00 12 25 10 01 22 21 10 3c 28 0a 42 1b 0a 07 6b 78 2e 69 6e 66 6f "
+      "12 10 73 63 3d 31 31 30 7c 73 73 63 3d 31 31 30 32 31");
+  Outcome o = parse(answer);
+  EXPECT_EQ(o.rc, 0);
+  EXPECT_EQ(o.code(), 7);
+  EXPECT_EQ(o.length, 12 + 24);
+  EXPECT_STREQ(o.buffer.data() + 12, "kx.info=sc=110|ssc=11021");
+
+  Outcome cut = parse(answer, 20);
+  EXPECT_EQ(cut.rc, 0);
+  EXPECT_EQ(cut.length, 36);
+  EXPECT_STREQ(cut.buffer.data() + 12, "kx.info");
+}
+
+TEST(Walker, CutAnswersAreWalkedAsFarAsTheyParsed) {
+  resp::Response response;
+  response.set_ec(resp::Response::kOK);
+  resp::Result* first = response.add_results();
+  first->set_id(1);
+  add_md5_result(first, 60)->set_sub_type(20);
+  add_md5_result(response.add_results(), 70);
+  const std::string whole = response.SerializePartialAsString();
+
+  // Before the first result's tag there are no results. From its tag on,
+  // the parser has added the result (and, inside it, the md5_result), so what
+  // was read of it is walked; once the first result is whole, its verdict
+  // comes out.
+  const size_t first_end = 2 + 2 + first->ByteSizeLong();
+  for (size_t cut = 0; cut <= whole.size(); ++cut) {
+    Outcome o = parse(whole.substr(0, cut));
+    if (cut < 3) {
+      EXPECT_EQ(o.rc, -4) << cut;
+    } else if (cut < first_end) {
+      EXPECT_EQ(o.rc, 0) << cut;
+      EXPECT_TRUE(o.length == 0 ||
+                  (o.length == 12 && (o.code() == 0 || o.code() == 2)))
+          << cut;
+    } else {
+      EXPECT_EQ(o.rc, 0) << cut;
+      EXPECT_EQ(o.code(), 4) << cut;
+    }
+  }
+  // The tag of a result with its length cut off adds an empty result.
+  Outcome tag_only = parse(from_hex("08 00 12"));
+  EXPECT_EQ(tag_only.rc, 0);
+  EXPECT_EQ(tag_only.length, 0);
+  EXPECT_TRUE(tag_only.untouched());
+
+  // A malformed tail after a good result does not undo it.
+  Outcome o = parse(whole.substr(0, first_end) + from_hex("12 7f 10"));
+  EXPECT_EQ(o.rc, 0);
+  EXPECT_EQ(o.code(), 4);
+}
+
+TEST(Walker, ThreadsGetTheSameResultsAsOneThread) {
+  std::vector<std::string> answers;
+  for (int level : {0, 50, 60, 70, 99}) {
+    resp::Response response;
+    resp::MD5Result* result = add_md5_result(response.add_results(), level);
+    result->set_sub_type(10);
+    auto* pair = result->add_values();
+    pair->set_key(level == 99 ? "bnet.info" : "kx.info");
+    pair->set_value("sc=110|ssc=11021|" + std::to_string(level));
+    answers.push_back(response.SerializePartialAsString());
+  }
+  const std::string url = "http://example.com/path";
+
+  const auto run_all = [&]() {
+    std::string out;
+    for (const std::string& answer : answers) {
+      Outcome o = parse(answer);
+      out.append(reinterpret_cast<const char*>(&o.rc), 4);
+      out.append(o.buffer.data(), o.length);
+    }
+    char query[256];
+    int32_t length = 0;
+    create_proto_request(query, &length, sizeof query, 1, url.c_str(), "mid", "vk", 2);
+    out.append(query, length);
+    return out;
+  };
+  const std::string expected = run_all();
+
+  std::vector<std::string> seen(4);
+  std::vector<std::thread> threads;
+  for (std::string& slot : seen)
+    threads.emplace_back([&slot, &run_all, &expected]() {
+      for (int i = 0; i < 200; ++i) {
+        std::string got = run_all();
+        if (got != expected) {
+          slot = got;
+          return;
+        }
+      }
+      slot = expected;
+    });
+  for (std::thread& thread : threads) thread.join();
+  for (const std::string& got : seen) EXPECT_EQ(to_hex(got), to_hex(expected));
+}
+
+}  // namespace
