@@ -204,9 +204,8 @@ int has_value(const char* list, const char* token) {
   return 0;
 }
 
-int32_t parser_proto_response(char* out_buf, int32_t* out_len,
-                              int32_t out_size, const void* data,
-                              int32_t size) {
+int32_t parser_proto_response(char* out_buf, int32_t* out_len, int32_t out_size,
+                              const void* data, int32_t size) {
   if (out_buf == nullptr || out_len == nullptr || data == nullptr) return -1;
 
   resp::Response response;

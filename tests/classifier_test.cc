@@ -10,6 +10,7 @@
 
 #include "kx_response.pb.h"
 #include "linkward.h"
+#include "wire.h"
 
 namespace resp = linkward::info::resp;
 
@@ -17,7 +18,8 @@ namespace {
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-resp::MD5Result make_result(int32_t level, int32_t sub_type, const Pairs& values = {}) {
+resp::MD5Result make_result(int32_t level, int32_t sub_type,
+                            const Pairs& values = {}) {
   resp::MD5Result result;
   result.set_level(level);
   result.set_sub_type(sub_type);
@@ -35,8 +37,6 @@ struct Record {
   std::string text;  // up to its NUL, when one was written
   std::vector<char> buffer;
 };
-
-constexpr char kGuard = '\x5a';
 
 Record classify(const resp::MD5Result& result, int capacity = 534) {
   Record r{};
@@ -59,18 +59,26 @@ TEST(HasValue, MatchesWholeMembersOnly) {
     const char* token;
     int expected;
   } cases[] = {
-      {"a", "a", 1},           {"ba|a", "a", 1},
-      {"ab|ba", "a", 0},       {"|a|", "a", 1},
-      {"", "a", 0},            {"ssc=11020", "sc=110", 0},
-      {"sc=1101", "sc=110", 0}, {"ssc=11020|sc=110", "sc=110", 1},
-      {"sc=110|ssc=11020", "sc=110", 1}, {"a| sc=110", "sc=110", 0},
-      {"SC=110", "sc=110", 0}, {"aa|a", "aa", 1},
+      {"a", "a", 1},
+      {"ba|a", "a", 1},
+      {"ab|ba", "a", 0},
+      {"|a|", "a", 1},
+      {"", "a", 0},
+      {"ssc=11020", "sc=110", 0},
+      {"sc=1101", "sc=110", 0},
+      {"ssc=11020|sc=110", "sc=110", 1},
+      {"sc=110|ssc=11020", "sc=110", 1},
+      {"a| sc=110", "sc=110", 0},
+      {"SC=110", "sc=110", 0},
+      {"aa|a", "aa", 1},
       // The search resumes after a whole false hit: "aaa" is found at 0
       // (not a member), then at 3, where it is.
-      {"aaaa|aaa", "aaa", 1},  {"xaaaa", "aa", 0},
+      {"aaaa|aaa", "aaa", 1},
+      {"xaaaa", "aa", 0},
   };
   for (const Case& c : cases)
-    EXPECT_EQ(has_value(c.list, c.token), c.expected) << c.list << " / " << c.token;
+    EXPECT_EQ(has_value(c.list, c.token), c.expected)
+        << c.list << " / " << c.token;
   EXPECT_EQ(has_value(nullptr, "a"), 0);
   EXPECT_EQ(has_value("a", nullptr), 0);
   EXPECT_EQ(has_value("", ""), 1);
@@ -83,27 +91,40 @@ TEST(Verdict, DecisionTable) {
     const char* kx;
     int32_t code;
   } rows[] = {
-      {0, 0, "", 0},           {0, 77, "sc=101", 0},
-      {50, 0, "", 1},          {50, 0, "sc=101", 2},
-      {50, 0, "xsc=101", 1},   {50, 3, "a|sc=101|b", 2},
-      {49, 0, "", 2},          {1, 0, "", 2},
-      {-1, 0, "", 2},          {-2147483647 - 1, 0, "", 2},
-      {51, 0, "", 2},          {61, 10, "sc=110|ssc=11020", 2},
-      {71, 0, "", 2},          {70, 10, "sc=110|ssc=11020", 5},
-      {70, 0, "", 5},          {2147483647, 0, "", 2},
+      {0, 0, "", 0},
+      {0, 77, "sc=101", 0},
+      {50, 0, "", 1},
+      {50, 0, "sc=101", 2},
+      {50, 0, "xsc=101", 1},
+      {50, 3, "a|sc=101|b", 2},
+      {49, 0, "", 2},
+      {1, 0, "", 2},
+      {-1, 0, "", 2},
+      {-2147483647 - 1, 0, "", 2},
+      {51, 0, "", 2},
+      {61, 10, "sc=110|ssc=11020", 2},
+      {71, 0, "", 2},
+      {70, 10, "sc=110|ssc=11020", 5},
+      {70, 0, "", 5},
+      {2147483647, 0, "", 2},
       // level 60, sub-type 10: 1102x sub-codes, falls back to 3
       {60, 10, "sc=110|ssc=11021", 7},
       {60, 10, "sc=110|ssc=11020|ssc=11021", 6},
       {60, 10, "ssc=11021|ssc=11020|sc=110", 6},
-      {60, 10, "ssc=11020", 3},  {60, 10, "sc=110", 3},
-      {60, 10, "", 3},           {60, 10, "sc=110|ssc=11012", 3},
+      {60, 10, "ssc=11020", 3},
+      {60, 10, "sc=110", 3},
+      {60, 10, "", 3},
+      {60, 10, "sc=110|ssc=11012", 3},
       // level 60, sub-type 30: 1101x sub-codes, falls back to 2
       {60, 30, "sc=110|ssc=11011", 7},
       {60, 30, "sc=110|ssc=11011|ssc=11012", 6},
-      {60, 30, "ssc=11012", 2},  {60, 30, "sc=110", 2},
+      {60, 30, "ssc=11012", 2},
+      {60, 30, "sc=110", 2},
       {60, 30, "sc=110|ssc=11020", 2},
-      {60, 20, "", 4},           {60, 20, "sc=110|ssc=11020", 4},
-      {60, 0, "sc=110|ssc=11020", 2}, {60, 40, "", 2},
+      {60, 20, "", 4},
+      {60, 20, "sc=110|ssc=11020", 4},
+      {60, 0, "sc=110|ssc=11020", 2},
+      {60, 40, "", 2},
       {60, -10, "", 2},
   };
   for (const Row& row : rows)
@@ -112,10 +133,11 @@ TEST(Verdict, DecisionTable) {
 }
 
 TEST(Verdict, BnetInfoDecidesAndStopsTheScan) {
-  Record r = classify(make_result(70, 20, {{"kx.info", "k1"},
-                                           {"bnet.info", "first"},
-                                           {"kx.info", "k2"},
-                                           {"bnet.info", "second"}}));
+  Record r = classify(make_result(70, 20,
+                                  {{"kx.info", "k1"},
+                                   {"bnet.info", "first"},
+                                   {"kx.info", "k2"},
+                                   {"bnet.info", "second"}}));
   EXPECT_EQ(r.code, 8);
   EXPECT_EQ(r.level, 70);
   EXPECT_EQ(r.sub_type, 20);
@@ -133,7 +155,8 @@ TEST(Verdict, BnetInfoDecidesAndStopsTheScan) {
 }
 
 TEST(Verdict, KeysMatchExactly) {
-  for (const char* key : {"bnet.info ", "BNET.INFO", "bnet.infoo", "bnet.inf"}) {
+  for (const char* key :
+       {"bnet.info ", "BNET.INFO", "bnet.infoo", "bnet.inf"}) {
     Record r = classify(make_result(0, 0, {{key, "x"}}));
     EXPECT_EQ(r.code, 0) << key;
     EXPECT_EQ(r.length, 12) << key;
@@ -146,15 +169,16 @@ TEST(Verdict, KeysMatchExactly) {
 }
 
 TEST(Verdict, TheLastKxInfoIsTheList) {
-  Record r = classify(make_result(60, 10, {{"kx.info", "sc=110|ssc=11020"},
-                                           {"other", "sc=101"},
-                                           {"kx.info", "sc=110|ssc=11021"}}));
+  Record r = classify(make_result(60, 10,
+                                  {{"kx.info", "sc=110|ssc=11020"},
+                                   {"other", "sc=101"},
+                                   {"kx.info", "sc=110|ssc=11021"}}));
   EXPECT_EQ(r.code, 7);
   EXPECT_EQ(r.text, "kx.info=sc=110|ssc=11021");
 
   // A later, shorter or empty value replaces the earlier one completely.
-  r = classify(make_result(60, 10, {{"kx.info", "sc=110|ssc=11020"},
-                                    {"kx.info", "sc"}}));
+  r = classify(make_result(
+      60, 10, {{"kx.info", "sc=110|ssc=11020"}, {"kx.info", "sc"}}));
   EXPECT_EQ(r.code, 3);
   EXPECT_EQ(r.text, "kx.info=sc");
   r = classify(make_result(50, 0, {{"kx.info", "sc=101"}, {"kx.info", ""}}));
@@ -163,7 +187,8 @@ TEST(Verdict, TheLastKxInfoIsTheList) {
 }
 
 TEST(Verdict, ValuesAreCutAtZeroByteAnd511Bytes) {
-  Record r = classify(make_result(50, 0, {{"kx.info", std::string("ab\0sc=101", 9)}}));
+  Record r =
+      classify(make_result(50, 0, {{"kx.info", std::string("ab\0sc=101", 9)}}));
   EXPECT_EQ(r.code, 1);
   EXPECT_EQ(r.text, "kx.info=ab");
 
@@ -186,10 +211,11 @@ TEST(Record, HeadIsNativeAndNothingElseIsWrittenWithoutText) {
   EXPECT_EQ(r.code, 0);
   EXPECT_EQ(r.level, 0);
   EXPECT_EQ(r.sub_type, 0);
-  for (size_t i = 12; i < r.buffer.size(); ++i) ASSERT_EQ(r.buffer[i], kGuard) << i;
+  EXPECT_TRUE(untouched_from(r.buffer, 12));
 
   r = classify(make_result(-5, 0x01020304));
-  const unsigned char little_endian[] = {2, 0, 0, 0, 0xfb, 0xff, 0xff, 0xff, 4, 3, 2, 1};
+  const unsigned char little_endian[] = {2,    0,    0, 0, 0xfb, 0xff,
+                                         0xff, 0xff, 4, 3, 2,    1};
   EXPECT_EQ(std::memcmp(r.buffer.data(), little_endian, 12), 0);
 }
 

@@ -14,8 +14,6 @@ namespace req = linkward::info::req;
 
 namespace {
 
-constexpr char kGuard = '\x5a';
-
 struct Query {
   int32_t rc;
   int32_t length;
@@ -32,12 +30,6 @@ Query make_query(const std::string& url, const std::string& mid,
                               static_cast<uint32_t>(vk.size()));
   if (q.rc == 0) q.bytes.assign(q.buffer.data(), q.length);
   return q;
-}
-
-bool untouched_from(const std::vector<char>& buffer, size_t from) {
-  for (size_t i = from; i < buffer.size(); ++i)
-    if (buffer[i] != kGuard) return false;
-  return true;
 }
 
 TEST(Request, MatchesTheServiceExamplesByteForByte) {
@@ -61,9 +53,11 @@ TEST(Request, RefusesMissingArgumentsWithoutWriting) {
   std::memset(buffer, kGuard, sizeof buffer);
   int32_t length = -7;
   const char vk[] = {1, 2};
-  EXPECT_EQ(create_proto_request(nullptr, &length, 128, 1, "u", "m", vk, 2), -1);
+  EXPECT_EQ(create_proto_request(nullptr, &length, 128, 1, "u", "m", vk, 2),
+            -1);
   EXPECT_EQ(create_proto_request(buffer, nullptr, 128, 1, "u", "m", vk, 2), -1);
-  EXPECT_EQ(create_proto_request(buffer, &length, 128, 1, "u", nullptr, vk, 2), -1);
+  EXPECT_EQ(create_proto_request(buffer, &length, 128, 1, "u", nullptr, vk, 2),
+            -1);
   EXPECT_EQ(create_proto_request(buffer, &length, 128, 0, "u", "m", vk, 2), -1);
   EXPECT_EQ(length, -7);
   EXPECT_TRUE(untouched_from(std::vector<char>(buffer, buffer + 128), 0));
@@ -143,7 +137,8 @@ TEST(Request, DecodesToTheCallerValuesCopiedAsGiven) {
 TEST(Request, EmptyVkMayComeAsANullPointer) {
   char buffer[64];
   int32_t length = 0;
-  ASSERT_EQ(create_proto_request(buffer, &length, 64, 1, "", "", nullptr, 0), 0);
+  ASSERT_EQ(create_proto_request(buffer, &length, 64, 1, "", "", nullptr, 0),
+            0);
   EXPECT_EQ(std::string(buffer, length), make_query("", "", "").bytes);
 }
 
@@ -151,8 +146,9 @@ TEST(Request, NullVkWithLengthThrowsAndWritesNothing) {
   char buffer[64];
   std::memset(buffer, kGuard, sizeof buffer);
   int32_t length = -7;
-  EXPECT_THROW(create_proto_request(buffer, &length, 64, 1, "u", "m", nullptr, 1),
-               std::logic_error);
+  EXPECT_THROW(
+      create_proto_request(buffer, &length, 64, 1, "u", "m", nullptr, 1),
+      std::logic_error);
   EXPECT_EQ(length, -7);
   EXPECT_TRUE(untouched_from(std::vector<char>(buffer, buffer + 64), 0));
 }
@@ -162,7 +158,8 @@ TEST(RequestDeathTest, NullUrlStopsOnTheRuntimeCheck) {
   int32_t length = 0;
   // The runtime's fatal check throws; nothing catches it in a caller.
   EXPECT_DEATH(uncaught([&] {
-                 create_proto_request(buffer, &length, 64, 1, nullptr, "m", "", 0);
+                 create_proto_request(buffer, &length, 64, 1, nullptr, "m", "",
+                                      0);
                }),
                "CHECK failed: value != nullptr: ");
 }

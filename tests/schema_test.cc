@@ -165,9 +165,11 @@ TEST(Schema, ResponseRequiredFieldsAreCheckedThroughTheTree) {
 
   // A result with id, holding a merged_result or md5_results entry without
   // level; then one with level but a values entry without key.
-  ASSERT_TRUE(response.ParsePartialFromString(from_hex("08 00 12 04 10 01 1a 00")));
+  ASSERT_TRUE(
+      response.ParsePartialFromString(from_hex("08 00 12 04 10 01 1a 00")));
   EXPECT_FALSE(response.IsInitialized());
-  ASSERT_TRUE(response.ParsePartialFromString(from_hex("08 00 12 04 10 01 22 00")));
+  ASSERT_TRUE(
+      response.ParsePartialFromString(from_hex("08 00 12 04 10 01 22 00")));
   EXPECT_FALSE(response.IsInitialized());
   ASSERT_TRUE(response.ParsePartialFromString(
       from_hex("08 00 12 08 10 01 22 04 10 00 42 00")));

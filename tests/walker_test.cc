@@ -16,8 +16,6 @@ namespace resp = linkward::info::resp;
 
 namespace {
 
-constexpr char kGuard = '\x5a';
-
 struct Outcome {
   int32_t rc;
   int32_t length;
@@ -33,17 +31,14 @@ struct Outcome {
     std::memcpy(&level, buffer.data() + 4, 4);
     return level;
   }
-  bool untouched() const {
-    for (char byte : buffer)
-      if (byte != kGuard) return false;
-    return true;
-  }
+  bool untouched() const { return untouched_from(buffer); }
 };
 
 Outcome parse(const std::string& answer, int32_t capacity = 534) {
   Outcome o{0, -7, std::vector<char>(capacity, kGuard)};
-  o.rc = parser_proto_response(o.buffer.data(), &o.length, capacity,
-                               answer.data(), static_cast<int32_t>(answer.size()));
+  o.rc =
+      parser_proto_response(o.buffer.data(), &o.length, capacity, answer.data(),
+                            static_cast<int32_t>(answer.size()));
   return o;
 }
 
@@ -88,8 +83,9 @@ TEST(Walker, ServiceErrorsAndEmptyAnswers) {
 TEST(Walker, EcOutsideTheEnumerationOrAbsentReadsAsOk) {
   // One result, id 1, one md5_result at level 70.
   const std::string result = "12 06 10 01 22 02 10 46";
-  for (const std::string& ec : {std::string(""), std::string("08 09 "),
-                                std::string("08 ff ff ff ff ff ff ff ff ff 01 ")}) {
+  for (const std::string& ec :
+       {std::string(""), std::string("08 09 "),
+        std::string("08 ff ff ff ff ff ff ff ff ff 01 ")}) {
     Outcome o = parse(from_hex(ec + result));
     EXPECT_EQ(o.rc, 0) << ec;
     EXPECT_EQ(o.length, 12) << ec;
@@ -213,7 +209,8 @@ TEST(Walker, ThreadsGetTheSameResultsAsOneThread) {
     }
     char query[256];
     int32_t length = 0;
-    create_proto_request(query, &length, sizeof query, 1, url.c_str(), "mid", "vk", 2);
+    create_proto_request(query, &length, sizeof query, 1, url.c_str(), "mid",
+                         "vk", 2);
     out.append(query, length);
     return out;
   };

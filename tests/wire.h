@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <sstream>
 #include <string>
+#include <vector>
 
 // "0a 09 08" -> the three bytes; blanks are ignored.
 inline std::string from_hex(const std::string& hex) {
@@ -13,7 +14,8 @@ inline std::string from_hex(const std::string& hex) {
   std::string pair;
   while (in >> pair)
     for (size_t i = 0; i + 1 < pair.size(); i += 2)
-      bytes.push_back(static_cast<char>(std::stoi(pair.substr(i, 2), nullptr, 16)));
+      bytes.push_back(
+          static_cast<char>(std::stoi(pair.substr(i, 2), nullptr, 16)));
   return bytes;
 }
 
@@ -26,6 +28,15 @@ inline std::string to_hex(const std::string& bytes) {
   }
   if (!hex.empty()) hex.pop_back();
   return hex;
+}
+
+// Fills caller buffers so that a test can tell which bytes were written.
+constexpr char kGuard = '\x5a';
+
+inline bool untouched_from(const std::vector<char>& buffer, size_t from = 0) {
+  for (size_t i = from; i < buffer.size(); ++i)
+    if (buffer[i] != kGuard) return false;
+  return true;
 }
 
 // Runs `call` as a caller that catches nothing would: an exception ends the

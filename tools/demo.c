@@ -6,7 +6,8 @@
 
 #include "linkward.h"
 
-static void print_hex(const char* title, const unsigned char* bytes, int length) {
+static void print_hex(const char* title, const unsigned char* bytes,
+                      int length) {
   printf("%s (%d bytes):\n", title, length);
   for (int i = 0; i < length; ++i)
     printf("%02x%c", bytes[i], (i % 16 == 15 || i + 1 == length) ? '\n' : ' ');
