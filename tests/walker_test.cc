@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "answer.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
 #include "wire.h"
@@ -15,32 +16,6 @@
 namespace resp = linkward::info::resp;
 
 namespace {
-
-struct Outcome {
-  int32_t rc;
-  int32_t length;
-  std::vector<char> buffer;
-
-  int32_t code() const {
-    int32_t code;
-    std::memcpy(&code, buffer.data(), 4);
-    return code;
-  }
-  int32_t level() const {
-    int32_t level;
-    std::memcpy(&level, buffer.data() + 4, 4);
-    return level;
-  }
-  bool untouched() const { return untouched_from(buffer); }
-};
-
-Outcome parse(const std::string& answer, int32_t capacity = 534) {
-  Outcome o{0, -7, std::vector<char>(capacity, kGuard)};
-  o.rc =
-      parser_proto_response(o.buffer.data(), &o.length, capacity, answer.data(),
-                            static_cast<int32_t>(answer.size()));
-  return o;
-}
 
 resp::MD5Result* add_md5_result(resp::Result* result, int32_t level) {
   resp::MD5Result* md5_result = result->add_md5_results();

@@ -1,0 +1,309 @@
+// Hostile answers: whatever arrives from the network, the call returns one of
+// its documented codes and leaves the caller's buffer as promised.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "answer.h"
+#include "kx_response.pb.h"
+#include "linkward.h"
+#include "wire.h"
+
+namespace resp = linkward::info::resp;
+
+namespace {
+
+// One result (id 1) whose only md5_result has level 70: code 5, no text.
+const std::string kLevel70Result = "12 06 10 01 22 02 10 46";
+
+// Groups of the unknown field 15, nested `depth` deep and closed again.
+std::string nested_groups(int depth) {
+  return std::string(depth, '\x7b') + std::string(depth, '\x7c');
+}
+
+void expect_level_70_record(const Outcome& o) {
+  EXPECT_EQ(broken_promise(o), "");
+  EXPECT_EQ(o.rc, 0);
+  EXPECT_EQ(o.length, 12);
+  EXPECT_EQ(o.code(), 5);
+}
+
+void expect_nothing_used(const Outcome& o) {
+  EXPECT_EQ(broken_promise(o), "");
+  EXPECT_TRUE(o.untouched());
+}
+
+TEST(Hostile, NestingDeeperThanTheRuntimeLimitStopsTheParse) {
+  // The runtime follows 100 levels; what comes after them is still read.
+  expect_level_70_record(parse(nested_groups(100) + from_hex(kLevel70Result)));
+
+  // At 101 the parse stops there: the result after it is never read.
+  const Outcome too_deep = parse(nested_groups(101) + from_hex(kLevel70Result));
+  EXPECT_EQ(too_deep.rc, -4);
+  expect_nothing_used(too_deep);
+
+  // What was read before the fault stays, also when the fault is inside the
+  // per-hash result itself.
+  expect_level_70_record(parse(from_hex(kLevel70Result) + nested_groups(5000)));
+  resp::Response response;
+  resp::MD5Result* md5_result = response.add_results()->add_md5_results();
+  md5_result->set_level(70);
+  md5_result->mutable_unknown_fields()->append(nested_groups(5000));
+  expect_level_70_record(parse(response.SerializePartialAsString()));
+}
+
+TEST(Hostile, LengthsPastTheEnd) {
+  // A second result claims 127 bytes where six follow, and then a pair's
+  // value where two follow: what decides was read before them.
+  expect_level_70_record(
+      parse(from_hex(kLevel70Result + " 12 7f 10 02 22 02 10 00")));
+  expect_level_70_record(
+      parse(from_hex("12 0f 10 01 22 0b 10 46 42 07 0a 01 6b 12 7f 61 62")));
+
+  // An md5_result, a pair's key, a merged_result past the end, also past
+  // the end of the result that holds them: what was read of them counts.
+  const struct {
+    const char* hex;
+    int32_t code;
+  } cases[] = {
+      {"12 06 10 01 22 7f 10 46", 5},
+      {"12 0b 10 01 22 07 10 46 42 03 0a 7f 61", 5},
+      {"12 06 10 01 1a 7f 10 00", 0},
+      {"12 7f 10 01 22 02 10 46", 5},
+  };
+  for (const auto& c : cases) {
+    const Outcome o = parse(from_hex(c.hex));
+    EXPECT_EQ(broken_promise(o), "") << c.hex;
+    EXPECT_EQ(o.rc, 0) << c.hex;
+    EXPECT_EQ(o.length, 12) << c.hex;
+    EXPECT_EQ(o.code(), c.code) << c.hex;
+  }
+}
+
+TEST(Hostile, HugeDeclaredLengths) {
+  const std::vector<std::string> huge = {
+      "ff ff ff ff 07",                 // 2^31 - 1
+      "ff ff ff ff 0f",                 // 2^32 - 1, negative as 32 bits
+      "80 80 80 80 10",                 // 2^32
+      "ff ff ff ff ff ff ff ff ff 01",  // 2^64 - 1
+  };
+  for (const std::string& length : huge) {
+    // Nothing after such a length is read; a result it opens holds nothing.
+    const Outcome first =
+        parse(from_hex("08 00 12 " + length + " " + kLevel70Result));
+    expect_nothing_used(first);
+    // A pair's value with such a length is not read.
+    resp::Response response;
+    resp::MD5Result* result = response.add_results()->add_md5_results();
+    result->set_level(50);
+    auto* kx = result->add_values();
+    kx->set_key("kx.info");
+    kx->mutable_unknown_fields()->append(from_hex("12 " + length));
+    const Outcome value = parse(response.SerializePartialAsString());
+    EXPECT_EQ(broken_promise(value), "") << length;
+    EXPECT_EQ(value.code(), 1) << length;
+    EXPECT_EQ(value.length, 12) << length;
+
+    // Behind a whole result, it changes nothing.
+    expect_level_70_record(parse(from_hex(kLevel70Result + " 12 " + length)));
+    expect_level_70_record(
+        parse(from_hex(kLevel70Result + " 1a " + length + " 0a 01 6b")));
+  }
+}
+
+TEST(Hostile, ThousandsOfResultsBeforeTheFirstPerHashResult) {
+  resp::Response response;
+  for (int i = 0; i < 20000; ++i) {
+    resp::Result* result = response.add_results();
+    result->set_id(i);
+    result->add_exts()->set_key("k");
+  }
+  resp::MD5Result* decisive = response.add_results()->add_md5_results();
+  decisive->set_level(60);
+  decisive->set_sub_type(30);
+  for (int i = 0; i < 20000; ++i) decisive->add_values()->set_key("other");
+  auto* kx = decisive->add_values();
+  kx->set_key("kx.info");
+  kx->set_value("sc=110|ssc=11011");
+  response.add_results()->add_md5_results()->set_level(70);  // never reached
+
+  const Outcome o = parse(response.SerializePartialAsString());
+  EXPECT_EQ(broken_promise(o), "");
+  EXPECT_EQ(o.rc, 0);
+  EXPECT_EQ(o.code(), 7);
+  EXPECT_EQ(o.level(), 60);
+  EXPECT_EQ(o.text(), "kx.info=sc=110|ssc=11011");
+}
+
+TEST(Hostile, OneMebibyteValue) {
+  const std::string mebibyte(1 << 20, 'x');
+  resp::Response response;
+  resp::MD5Result* result = response.add_results()->add_md5_results();
+  result->set_level(50);
+  auto* kx = result->add_values();
+  kx->set_key("kx.info");
+
+  // Only the first 511 bytes are the list: a member beyond them is not seen.
+  kx->set_value(mebibyte + "|sc=101");
+  Outcome o = parse(response.SerializePartialAsString());
+  EXPECT_EQ(broken_promise(o), "");
+  EXPECT_EQ(o.code(), 1);
+  EXPECT_EQ(o.length, 12 + 8 + 511);
+  EXPECT_EQ(o.text(), "kx.info=" + mebibyte.substr(0, 511));
+
+  kx->set_value("sc=101|" + mebibyte);
+  EXPECT_EQ(parse(response.SerializePartialAsString()).code(), 2);
+
+  // The length is the whole record's, whatever the buffer holds.
+  for (int32_t capacity : {12, 13, 100, 532, 533}) {
+    o = parse(response.SerializePartialAsString(), capacity);
+    EXPECT_EQ(broken_promise(o), "") << capacity;
+    EXPECT_EQ(o.length, 12 + 8 + 511) << capacity;
+  }
+
+  kx->set_key("bnet.info");
+  o = parse(response.SerializePartialAsString());
+  EXPECT_EQ(o.code(), 8);
+  EXPECT_EQ(o.length, 12 + 10 + 511);
+}
+
+// Every wire type, each with a well-formed payload where it has one: varint,
+// 64-bit, length-delimited, a group, a stray group end, 32-bit, and the two
+// wire types that do not exist.
+const char* const kPayloads[8] = {"01",
+                                  "01 02 03 04 05 06 07 08",
+                                  "03 61 62 63",
+                                  "08 01",
+                                  "",
+                                  "01 02 03 04",
+                                  "01",
+                                  "01"};
+
+// The answer messages, each with its fields and their own wire types, and a
+// way to reach the instance of it in the base answer below. Field 12 is
+// unknown everywhere.
+struct Host {
+  const char* name;
+  std::vector<std::pair<int, int>> fields;  // number, own wire type
+  std::function<std::string*(resp::Response&)> unknown_bytes;
+};
+
+resp::MD5Result* base_md5_result(resp::Response& response) {
+  return response.mutable_results(0)->mutable_md5_results(0);
+}
+
+std::vector<Host> hosts() {
+  return {
+      {"Response",
+       {{1, 0}, {2, 2}, {3, 2}, {12, -1}},
+       [](resp::Response& r) { return r.mutable_unknown_fields(); }},
+      {"Result",
+       {{1, 0}, {2, 0}, {3, 2}, {4, 2}, {5, 2}, {12, -1}},
+       [](resp::Response& r) {
+         return r.mutable_results(0)->mutable_unknown_fields();
+       }},
+      {"MD5Result",
+       {{1, 2},
+        {2, 0},
+        {3, 0},
+        {4, 0},
+        {5, 0},
+        {6, 0},
+        {7, 0},
+        {8, 2},
+        {9, 2},
+        {12, -1}},
+       [](resp::Response& r) {
+         return base_md5_result(r)->mutable_unknown_fields();
+       }},
+      {"StringPair",
+       {{1, 2}, {2, 2}, {12, -1}},
+       [](resp::Response& r) {
+         return base_md5_result(r)->mutable_values(0)->mutable_unknown_fields();
+       }},
+      {"WebScanResult",
+       {{1, 2}, {9, 2}, {10, 0}, {12, -1}},
+       [](resp::Response& r) {
+         return base_md5_result(r)
+             ->mutable_webscan_result()
+             ->mutable_unknown_fields();
+       }},
+      {"LeakCount",
+       {{1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 0}, {6, 0}, {12, -1}},
+       [](resp::Response& r) {
+         return base_md5_result(r)
+             ->mutable_webscan_result()
+             ->mutable_leak_count()
+             ->mutable_unknown_fields();
+       }},
+  };
+}
+
+resp::Response base_answer() {
+  resp::Response response;
+  response.set_ec(resp::Response::kOK);
+  resp::Result* result = response.add_results();
+  result->set_id(1);
+  resp::MD5Result* md5_result = result->add_md5_results();
+  md5_result->set_level(60);
+  md5_result->set_sub_type(10);
+  auto* kx = md5_result->add_values();
+  kx->set_key("kx.info");
+  kx->set_value("sc=110|ssc=11021");
+  md5_result->mutable_webscan_result()->mutable_leak_count()->set_high(1);
+  return response;
+}
+
+std::string field(int number, int wire_type) {
+  std::string bytes(1, static_cast<char>(number << 3 | wire_type));
+  bytes += from_hex(kPayloads[wire_type]);
+  if (wire_type == 3) bytes += static_cast<char>(number << 3 | 4);  // its end
+  return bytes;
+}
+
+TEST(Hostile, EveryWireTypeInEveryFieldOfTheAnswer) {
+  const Outcome base = parse(base_answer().SerializePartialAsString());
+  ASSERT_EQ(base.code(), 7);
+  for (const Host& host : hosts()) {
+    for (const auto& [number, own_type] : host.fields) {
+      for (int wire_type = 0; wire_type < 8; ++wire_type) {
+        // Placed after the message's own fields: a foreign wire type is kept
+        // aside, and a malformed field stops the parse only after everything
+        // that decides was read, so the verdict stays the base answer's. A
+        // field's own wire type sets it, and may change the verdict.
+        resp::Response response = base_answer();
+        host.unknown_bytes(response)->append(field(number, wire_type));
+        const Outcome o = parse(response.SerializePartialAsString());
+        const std::string where = std::string(host.name) + " field " +
+                                  std::to_string(number) + " wire type " +
+                                  std::to_string(wire_type);
+        EXPECT_EQ(broken_promise(o), "") << where;
+        if (wire_type == own_type) continue;
+        EXPECT_EQ(o.rc, base.rc) << where;
+        EXPECT_EQ(o.length, base.length) << where;
+        EXPECT_EQ(o.buffer, base.buffer) << where;
+      }
+    }
+  }
+}
+
+TEST(HostileDeathTest, NegativeSizeStopsOnTheRuntimeCheck) {
+  // The size is handed to the runtime's array parser, which takes it as an
+  // unsigned size beyond any object and stops on its fatal check.
+  const std::string answer = from_hex(kLevel70Result);
+  std::vector<char> buffer(534, kGuard);
+  int32_t length = kUnsetLength;
+  for (int32_t size : {-1, -2147483647 - 1}) {
+    EXPECT_DEATH(uncaught([&] {
+                   parser_proto_response(buffer.data(), &length, 534,
+                                         answer.data(), size);
+                 }),
+                 "string length exceeds max size")
+        << size;
+  }
+}
+
+}  // namespace
