@@ -2,9 +2,11 @@
 // its documented codes and leaves the caller's buffer as promised.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "answer.h"
@@ -287,6 +289,58 @@ TEST(Hostile, EveryWireTypeInEveryFieldOfTheAnswer) {
         EXPECT_EQ(o.buffer, base.buffer) << where;
       }
     }
+  }
+}
+
+// Callers on many threads at once, each with its own buffers, from the very
+// first call on, so that whatever the runtime sets up on first use happens
+// under them too (nothing before the threads touches a message).
+// Each thread walks every cut of an answer, and the whole answer and a query
+// must come out as one thread alone makes them. ThreadSanitizer runs this.
+TEST(HostileThreads, FirstCallsFromManyThreadsAtOnce) {
+  // ec 0; result id 1 with one md5_result: level 60, sub-type 10,
+  // "kx.info" = "sc=110|ssc=11021".
+  const std::string answer = from_hex(
+      "08 00 12 25 10 01 22 21 10 3c 28 0a 42 1b 0a 07 6b 78 2e 69 6e 66 6f "
+      "12 10 73 63 3d 31 31 30 7c 73 73 63 3d 31 31 30 32 31");
+  struct Seen {
+    std::string broken;
+    std::vector<char> record;
+    std::string query;
+  };
+  const auto call_all = [&answer](Seen& seen) {
+    for (size_t cut = 0; cut <= answer.size(); ++cut) {
+      const Outcome o = parse(answer.substr(0, cut), 30);
+      if (seen.broken.empty() && !broken_promise(o).empty())
+        seen.broken = broken_promise(o) + " at " + std::to_string(cut);
+      if (cut == answer.size()) seen.record = o.buffer;
+    }
+    char query[128];
+    int32_t length = 0;
+    if (create_proto_request(query, &length, sizeof query, 1, "http://a/b",
+                             "mid", "vk", 2) == 0)
+      seen.query.assign(query, length);
+  };
+
+  std::atomic<bool> go{false};
+  std::vector<Seen> seen(6);
+  std::vector<std::thread> threads;
+  for (Seen& mine : seen)
+    threads.emplace_back([&go, &call_all, &mine] {
+      while (!go) std::this_thread::yield();
+      call_all(mine);
+    });
+  go = true;
+  for (std::thread& thread : threads) thread.join();
+
+  Seen alone;
+  call_all(alone);
+  ASSERT_EQ(alone.broken, "");
+  ASSERT_EQ(parse(answer, 30).code(), 7);
+  for (const Seen& got : seen) {
+    EXPECT_EQ(got.broken, "");
+    EXPECT_EQ(got.record, alone.record);
+    EXPECT_EQ(to_hex(got.query), to_hex(alone.query));
   }
 }
 
