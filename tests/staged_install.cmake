@@ -1,6 +1,6 @@
 # cmake -DBUILD_DIR=<build tree> -DCONFIG=<build type> -DSTAGE=<folder>
 #       -DPREFIX=<install prefix> -DLIBDIR=<libdir> -DCONSUMER=<project>
-#       -DGENERATOR=<generator>
+#       -DGENERATOR=<generator> -DC_FLAGS=.. -DCXX_FLAGS=.. -DLINKER_FLAGS=..
 #       ( -DC_COMPILER=<cc> -DCXX_COMPILER=<c++>
 #       | -DTOOLCHAIN=<file> -DSYSROOT=<folder> -DARCH=<multiarch> )
 #       -P staged_install.cmake
@@ -39,7 +39,9 @@ endif()
 
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${STAGE})
 set(consumer_args -S ${CONSUMER} -B ${BUILD_DIR}/staged-consumer
-    -G ${GENERATOR} -DCMAKE_BUILD_TYPE=${CONFIG})
+    -G ${GENERATOR} -DCMAKE_BUILD_TYPE=${CONFIG}
+    -DCMAKE_C_FLAGS=${C_FLAGS} -DCMAKE_CXX_FLAGS=${CXX_FLAGS}
+    -DCMAKE_EXE_LINKER_FLAGS=${LINKER_FLAGS})
 if(TOOLCHAIN)
   set(ENV{PKG_CONFIG_LIBDIR}
       "${root}/${LIBDIR}/pkgconfig:${STAGE}/usr/lib/${ARCH}/pkgconfig:${STAGE}/usr/share/pkgconfig")
