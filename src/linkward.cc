@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "kx_request.pb.h"
 #include "kx_response.pb.h"
@@ -69,6 +70,9 @@ constexpr size_t kWorkTextMax = kWorkTextSize - 1;
 
 using WorkText = char[kWorkTextSize];
 
+constexpr std::string_view kBnetKey = "bnet.info";
+constexpr std::string_view kKxKey = "kx.info";
+
 // A value counts up to its first zero byte and at most 511 bytes; a later,
 // shorter value replaces an earlier one completely.
 void copy_value(WorkText& text, const std::string& value) {
@@ -82,11 +86,14 @@ void copy_value(WorkText& text, const std::string& value) {
 // Returns whether a "bnet.info" pair was found.
 bool scan_values(const resp::MD5Result& result, WorkText& bnet, WorkText& kx) {
   for (const linkward::info::StringPair& pair : result.values()) {
-    if (pair.key() == "bnet.info") {
+    // Compared as views, length first: comparing a std::string with a C
+    // text goes through an out-of-line call and a strlen per key.
+    const std::string_view key = pair.key();
+    if (key == kBnetKey) {
       copy_value(bnet, pair.value());
       return true;
     }
-    if (pair.key() == "kx.info") copy_value(kx, pair.value());
+    if (key == kKxKey) copy_value(kx, pair.value());
   }
   return false;
 }
