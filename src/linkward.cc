@@ -5,7 +5,7 @@
 
 #include <google/protobuf/stubs/logging.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -128,6 +128,27 @@ int32_t decide(int32_t level, int32_t sub_type, const char* kx) {
   }
 }
 
+// What snprintf(out, room, "<label>%s", value) does, with plain copies: as
+// much of label and value as fits in `room` bytes beside the NUL, nothing at
+// all when room is 0, and the length of the whole text returned. snprintf
+// took over a third of the classification's time and 2 KB of stack.
+int put_text(char* out, size_t room, std::string_view label,
+             const char* value) {
+  const size_t value_length = std::strlen(value);
+  const size_t whole = label.size() + value_length;
+  if (whole < room) {
+    std::memcpy(out, label.data(), label.size());
+    std::memcpy(out + label.size(), value, value_length + 1);
+  } else if (room > 0) {
+    const size_t kept = room - 1;
+    const size_t kept_label = std::min(label.size(), kept);
+    std::memcpy(out, label.data(), kept_label);
+    std::memcpy(out + kept_label, value, kept - kept_label);
+    out[kept] = '\0';
+  }
+  return static_cast<int>(whole);
+}
+
 // The head is always written. The text is bounded by the room left after it
 // (a capacity below 12 turns that bound into a huge unsigned one: a caller
 // error this function does not detect), and its whole length is counted.
@@ -139,9 +160,8 @@ int write_record(char* out_buf, int out_size, int32_t code, int32_t level,
   const size_t room = static_cast<size_t>(out_size - kRecordHead);
   char* text = out_buf + kRecordHead;
   if (bnet[0] != '\0')
-    return kRecordHead + std::snprintf(text, room, "bnet.info=%s", bnet);
-  if (kx[0] != '\0')
-    return kRecordHead + std::snprintf(text, room, "kx.info=%s", kx);
+    return kRecordHead + put_text(text, room, "bnet.info=", bnet);
+  if (kx[0] != '\0') return kRecordHead + put_text(text, room, "kx.info=", kx);
   return kRecordHead;
 }
 
