@@ -209,8 +209,12 @@ int32_t create_proto_request(char* out_buf, int32_t* out_len, int32_t out_size,
 
 int parser_one_result(const resp::MD5Result& result, char* out_buf,
                       int out_size) {
-  WorkText bnet = "";
-  WorkText kx = "";
+  // The texts are only ever read up to their NUL, and every copy into them
+  // ends with one, so emptying them takes one byte each; filling all 1,024
+  // bytes with zeros took a third of the classification's time.
+  WorkText bnet;
+  WorkText kx;
+  bnet[0] = kx[0] = '\0';
   const bool has_bnet = scan_values(result, bnet, kx);
   const int32_t code =
       has_bnet ? 8 : decide(result.level(), result.sub_type(), kx);
