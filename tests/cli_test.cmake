@@ -112,6 +112,10 @@ elseif(CASE STREQUAL "round_trip")
   run(0 verdict - INPUT "${WORK}/answer.bin")
   expect_equal("verdict of stdin" "${out}" "${answer_verdict}")
   run(0 ${answer_args})
+  expect_equal("hex answer" "${out}" "08 00 12 25 10 01 22 21 10 3c 28 0a 42 1b 0a 07
+6b 78 2e 69 6e 66 6f 12 10 73 63 3d 31 31 30 7c
+73 73 63 3d 31 31 30 32 31
+")
   file(WRITE "${WORK}/answer.hex" "${out}")
   run(0 verdict --hex answer.hex)
   expect_equal("verdict of the hex answer" "${out}" "${answer_verdict}")
