@@ -24,6 +24,14 @@ foreach(symbol
   endif()
 endforeach()
 
+foreach(symbol
+    _ZTIN8linkward4info4resp9MD5ResultE
+    _ZTVN8linkward4info3req7RequestE)
+  if(NOT raw MATCHES "[ \n][A-Za-z] ${symbol}\n")
+    message(FATAL_ERROR "type information not exported: ${symbol}")
+  endif()
+endforeach()
+
 string(REPLACE "\n" ";" lines "${demangled}")
 set(count 0)
 foreach(line IN LISTS lines)
