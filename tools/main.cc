@@ -10,7 +10,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "inspect.h"
+#include "message_tree.h"
 #include "io.h"
 #include "kx_response.pb.h"
 #include "linkward.h"

@@ -2,7 +2,7 @@
 // through the generated accessors: one table a message, one entry a field,
 // in field-number order. Unknown fields are kept by the classes as raw wire
 // bytes; they are split into their records and shown as hex.
-#include "inspect.h"
+#include "message_tree.h"
 
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/wire_format_lite.h>

@@ -1,6 +1,6 @@
 // The decoded message tree of a query or an answer, for `linkward inspect`.
-#ifndef LINKWARD_TOOLS_INSPECT_H
-#define LINKWARD_TOOLS_INSPECT_H
+#ifndef LINKWARD_TOOLS_MESSAGE_TREE_H
+#define LINKWARD_TOOLS_MESSAGE_TREE_H
 
 #include <string>
 
