@@ -202,7 +202,11 @@ int32_t create_proto_request(char* out_buf, int32_t* out_len, int32_t out_size,
   build_request(request, url, mid, vk, vk_len);
 
   // Sized once: serialising with the cached sizes writes exactly these bytes.
-  const int32_t size = static_cast<int32_t>(request.ByteSizeLong());
+  // The caller's lengths are 32-bit; a query they cannot describe stops the
+  // call, as the runtime's own size conversion does.
+  const size_t encoded = request.ByteSizeLong();
+  GOOGLE_CHECK_LE(encoded, static_cast<size_t>(INT32_MAX));
+  const int32_t size = static_cast<int32_t>(encoded);
   if (out_size < size) return -2;
   *out_len = size;
   request.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(out_buf));
