@@ -2,7 +2,9 @@
 // and the record in the caller's buffer.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -236,6 +238,26 @@ TEST(Record, TextIsCutToTheBufferWhileTheLengthCountsAllOfIt) {
   EXPECT_EQ(r.text, "kx.info=012345678");
   r = classify(ten, 31);
   EXPECT_EQ(r.text, "kx.info=0123456789");
+}
+
+// The record's text is held to snprintf's contract at every cut, inside the
+// label included: as much as fits beside the NUL, nothing written after it,
+// and the whole length counted.
+TEST(Record, TextIsCutAsTheFormatterWouldCutIt) {
+  for (const char* key : {"bnet.info", "kx.info"}) {
+    const std::string text = std::string(key) + "=0123456789";
+    for (size_t capacity = 12; capacity <= 12 + text.size() + 2; ++capacity) {
+      const Record r =
+          classify(make_result(0, 0, {{key, "0123456789"}}), capacity);
+      std::vector<char> expected(capacity, kGuard);
+      const int length = std::snprintf(expected.data() + 12, capacity - 12,
+                                       "%s", text.c_str());
+      EXPECT_EQ(r.length, 12 + length) << key << " " << capacity;
+      EXPECT_TRUE(std::equal(expected.begin() + 12, expected.end(),
+                             r.buffer.begin() + 12))
+          << key << " " << capacity;
+    }
+  }
 }
 
 }  // namespace

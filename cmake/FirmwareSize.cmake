@@ -1,0 +1,20 @@
+# The size-optimised build (MinSizeRel) is what firmware ships. On top of -Os
+# it links the library with link-time optimisation and drops every section
+# nothing reaches. The library's own calls to its exported functions bind
+# inside it (-Bsymbolic-functions): the firmware does not interpose them, and
+# binding them early spares their PLT slots and lets the optimiser inline
+# them. Data keeps default binding, so an executable's copy of a default
+# instance stays the one the library uses.
+include(CheckIPOSupported)
+
+function(linkward_optimise_for_size target)
+  set(size_build $<CONFIG:MinSizeRel>)
+  target_compile_options(${target} PRIVATE
+    $<${size_build}:-ffunction-sections -fdata-sections>)
+  target_link_options(${target} PRIVATE
+    $<${size_build}:-Wl,--gc-sections -Wl,-Bsymbolic-functions>)
+  check_ipo_supported(RESULT lto_supported LANGUAGES CXX)
+  if(lto_supported)
+    set_property(TARGET ${target} PROPERTY INTERPROCEDURAL_OPTIMIZATION_MINSIZEREL ON)
+  endif()
+endfunction()

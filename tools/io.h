@@ -1,0 +1,51 @@
+// What the linkward tool shares between its subcommands: exit statuses,
+// reading bytes in, writing bytes out, hex and escaped text.
+#ifndef LINKWARD_TOOLS_IO_H
+#define LINKWARD_TOOLS_IO_H
+
+#include <stdexcept>
+#include <string>
+
+namespace tool {
+
+// The tool's exit statuses; `linkward --help` and the README list them.
+enum ExitStatus {
+  kDone = 0,
+  kFailed = 1,      // the output could not be written, or an internal failure
+  kUsage = 2,       // bad arguments
+  kUnreadable = 3,  // the input could not be read, or is not hex
+  kRefused = 4,     // the library refused the answer, or it does not parse
+};
+
+// Ends a subcommand: main prints the message as one line on stderr and exits
+// with the status.
+struct Failure : std::runtime_error {
+  Failure(ExitStatus status, const std::string& message)
+      : std::runtime_error(message), status(status) {}
+  ExitStatus status;
+};
+
+// All bytes of `path`, or of stdin for "-".
+std::string read_input(const std::string& path);
+
+// Bytes from hex text: pairs of hex digits, in groups separated by blanks
+// and newlines. Throws Failure(status) naming `source` on bad text.
+std::string parse_hex(const std::string& text, const std::string& source,
+                      ExitStatus status);
+
+// Lowercase hex, two digits a byte, space-separated, 16 bytes a line.
+std::string format_hex(const std::string& bytes);
+
+// Printable ASCII as it is; quote, backslash and control bytes escaped C-like;
+// every other byte as \xNN.
+std::string escaped(const std::string& bytes);
+
+// Replaces `path` with `bytes` whole: written beside it, then renamed.
+void write_file(const std::string& path, const std::string& bytes);
+
+// Writes to stdout and throws Failure(kFailed) when that failed.
+void write_stdout(const std::string& text);
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,25 @@
+// The decoded message tree of a query or an answer, for `linkward inspect`.
+#ifndef LINKWARD_TOOLS_MESSAGE_TREE_H
+#define LINKWARD_TOOLS_MESSAGE_TREE_H
+
+#include <string>
+
+namespace tool {
+
+enum class MessageKind { kRequest, kAnswer };
+
+struct Inspection {
+  std::string tree;  // indented text, or JSON
+  bool parsed;       // false: the tree holds what was read before a fault
+  bool complete;     // every required field is present
+  std::string type;  // the message's type name
+};
+
+// Parses `bytes` with the library's message classes and shows every present
+// field by name, nested messages indented, bytes as escaped text and unknown
+// fields as hex with their numbers.
+Inspection inspect(const std::string& bytes, MessageKind kind, bool json);
+
+}  // namespace tool
+
+#endif
