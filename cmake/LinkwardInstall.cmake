@@ -20,14 +20,7 @@ install(FILES src/linkward.h ${message_headers}
 file(GLOB schema_files ${CMAKE_CURRENT_SOURCE_DIR}/proto/*.proto)
 install(FILES ${schema_files} DESTINATION ${CMAKE_INSTALL_DATADIR}/linkward/proto)
 
-# Whatever programs tools/ builds are the tools.
-get_property(tool_targets DIRECTORY tools PROPERTY BUILDSYSTEM_TARGETS)
-foreach(tool IN LISTS tool_targets)
-  get_target_property(type ${tool} TYPE)
-  if(type STREQUAL "EXECUTABLE")
-    install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  endif()
-endforeach()
+install(TARGETS linkward_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 install(EXPORT linkward-targets NAMESPACE linkward::
   DESTINATION ${LINKWARD_INSTALL_CMAKEDIR})
