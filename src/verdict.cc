@@ -1,68 +1,16 @@
-// The query codec: builds the encoded query for one URL, and turns the
-// service's encoded answer into the verdict record the router acts on.
-
-#include "linkward.h"
-
-#include <google/protobuf/stubs/logging.h>
+// The verdict: one per-hash result of the answer classified by the decision
+// table, and the record the router acts on written into the caller's buffer.
 
 #include <algorithm>
 #include <cstring>
 #include <string_view>
 
-#include "kx_request.pb.h"
 #include "kx_response.pb.h"
+#include "linkward.h"
 
-#ifdef NDEBUG
-#error "linkward keeps its checks and assertions in every build type"
-#endif
-
-namespace req = linkward::info::req;
 namespace resp = linkward::info::resp;
 
 namespace {
-
-// ---------------------------------------------------------------------------
-// The query
-
-// Identifiers every query carries, whoever the caller is.
-constexpr char kProduct[] = "smarthw";
-constexpr char kCombo[] = "firewall";
-constexpr char kSource[] = "url";
-constexpr char kRuleGroup[] = "kxid:1";
-
-bool request_arguments_refused(const char* out_buf, const int32_t* out_len,
-                               const char* mid, uint32_t enable) {
-  return out_buf == nullptr || out_len == nullptr || mid == nullptr ||
-         enable == 0;
-}
-
-// A null URL stops the call on the runtime's fatal check, as the text setter
-// of the runtime this library was designed on did; this runtime's setter would
-// throw from std::string instead.
-void set_url_text(req::URL* url, const char* value) {
-  GOOGLE_CHECK(value != nullptr);
-  url->set_url(value, std::strlen(value));
-}
-
-// Every required field is set, also when the caller's value is empty, so the
-// query is always complete.
-void build_request(req::Request& request, const char* url, const char* mid,
-                   const void* vk, uint32_t vk_len) {
-  request.set_uv(req::Request::kUV3_ProtobufEncrypt);
-  request.set_product(kProduct);
-  request.set_combo(kCombo);
-  request.set_vk(static_cast<const char*>(vk), vk_len);
-  request.set_src(kSource);
-  request.set_mid(mid, std::strlen(mid));
-  request.set_rule_group_id(kRuleGroup);
-
-  req::URLEntity* entity = request.add_urls();
-  entity->set_id(0);
-  set_url_text(entity->mutable_url(), url);
-}
-
-// ---------------------------------------------------------------------------
-// The verdict
 
 constexpr int kRecordHead = 12;  // code, level and sub-type, 32 bits each
 constexpr size_t kWorkTextSize = 512;
@@ -167,51 +115,7 @@ int write_record(char* out_buf, int out_size, int32_t code, int32_t level,
   return kRecordHead;
 }
 
-// ---------------------------------------------------------------------------
-// The answer
-
-// The first per-hash result reached decides: a result's merged_result, else
-// the first of its md5_results; results holding neither are passed over.
-// Returns the record's length, or 0 when no result held a per-hash result.
-int walk_results(const resp::Response& response, char* out_buf, int out_size) {
-  int record = 0;
-  for (const resp::Result& result : response.results()) {
-    if (result.has_merged_result()) {
-      record = parser_one_result(result.merged_result(), out_buf, out_size);
-      if (record > 0) return record;
-    }
-    for (const resp::MD5Result& md5_result : result.md5_results()) {
-      record = parser_one_result(md5_result, out_buf, out_size);
-      if (record > 0) return record;
-    }
-  }
-  return record;
-}
-
 }  // namespace
-
-// ---------------------------------------------------------------------------
-// Exported entry points
-
-int32_t create_proto_request(char* out_buf, int32_t* out_len, int32_t out_size,
-                             uint32_t enable, const char* url, const char* mid,
-                             const void* vk, uint32_t vk_len) {
-  if (request_arguments_refused(out_buf, out_len, mid, enable)) return -1;
-
-  req::Request request;
-  build_request(request, url, mid, vk, vk_len);
-
-  // Sized once: serialising with the cached sizes writes exactly these bytes.
-  // The caller's lengths are 32-bit; a query they cannot describe stops the
-  // call, as the runtime's own size conversion does.
-  const size_t encoded = request.ByteSizeLong();
-  GOOGLE_CHECK_LE(encoded, static_cast<size_t>(INT32_MAX));
-  const int32_t size = static_cast<int32_t>(encoded);
-  if (out_size < size) return -2;
-  *out_len = size;
-  request.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(out_buf));
-  return 0;
-}
 
 int parser_one_result(const resp::MD5Result& result, char* out_buf,
                       int out_size) {
@@ -238,21 +142,5 @@ int has_value(const char* list, const char* token) {
     const bool ends = hit[length] == '\0' || hit[length] == '|';
     if (starts && ends) return 1;
   }
-  return 0;
-}
-
-int32_t parser_proto_response(char* out_buf, int32_t* out_len, int32_t out_size,
-                              const void* data, int32_t size) {
-  if (out_buf == nullptr || out_len == nullptr || data == nullptr) return -1;
-
-  resp::Response response;
-  // A cut or malformed answer is walked as far as it parsed, and one that
-  // lacks required fields is used all the same, so the parse's verdict is not
-  // looked at; the partial parse also keeps the call silent.
-  response.ParsePartialFromArray(data, size);
-  if (response.ec() != resp::Response::kOK) return -3;
-  if (response.results_size() == 0) return -4;
-
-  *out_len = walk_results(response, out_buf, out_size);
   return 0;
 }

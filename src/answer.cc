@@ -1,0 +1,45 @@
+// The answer: the service's bytes parsed, its error code and results looked
+// at, and the first per-hash result handed to the classifier.
+
+#include "kx_response.pb.h"
+#include "linkward.h"
+
+namespace resp = linkward::info::resp;
+
+namespace {
+
+// The first per-hash result reached decides: a result's merged_result, else
+// the first of its md5_results; results holding neither are passed over.
+// Returns the record's length, or 0 when no result held a per-hash result.
+int walk_results(const resp::Response& response, char* out_buf, int out_size) {
+  int record = 0;
+  for (const resp::Result& result : response.results()) {
+    if (result.has_merged_result()) {
+      record = parser_one_result(result.merged_result(), out_buf, out_size);
+      if (record > 0) return record;
+    }
+    for (const resp::MD5Result& md5_result : result.md5_results()) {
+      record = parser_one_result(md5_result, out_buf, out_size);
+      if (record > 0) return record;
+    }
+  }
+  return record;
+}
+
+}  // namespace
+
+int32_t parser_proto_response(char* out_buf, int32_t* out_len, int32_t out_size,
+                              const void* data, int32_t size) {
+  if (out_buf == nullptr || out_len == nullptr || data == nullptr) return -1;
+
+  resp::Response response;
+  // A cut or malformed answer is walked as far as it parsed, and one that
+  // lacks required fields is used all the same, so the parse's verdict is not
+  // looked at; the partial parse also keeps the call silent.
+  response.ParsePartialFromArray(data, size);
+  if (response.ec() != resp::Response::kOK) return -3;
+  if (response.results_size() == 0) return -4;
+
+  *out_len = walk_results(response, out_buf, out_size);
+  return 0;
+}
