@@ -1,6 +1,7 @@
 // The answer: the service's bytes parsed, its error code and results looked
 // at, and the first per-hash result handed to the classifier.
 
+#include "answer_parse.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
 
@@ -34,9 +35,9 @@ int32_t parser_proto_response(char* out_buf, int32_t* out_len, int32_t out_size,
 
   resp::Response response;
   // A cut or malformed answer is walked as far as it parsed, and one that
-  // lacks required fields is used all the same, so the parse's verdict is not
-  // looked at; the partial parse also keeps the call silent.
-  response.ParsePartialFromArray(data, size);
+  // lacks required fields is used all the same, so where the parse ended is
+  // not looked at.
+  linkward::parse_answer(data, size, response);
   if (response.ec() != resp::Response::kOK) return -3;
   if (response.results_size() == 0) return -4;
 

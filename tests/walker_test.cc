@@ -1,5 +1,5 @@
-// The answer: refusals, the walk to the first per-hash result, answers cut
-// short, and calls from several threads.
+// The answer: refusals, the walk to the first per-hash result, and calls
+// from several threads.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -120,46 +120,6 @@ TEST(Walker, HandWrittenAnswerWithTextAndSmallBuffer) {
   EXPECT_EQ(cut.rc, 0);
   EXPECT_EQ(cut.length, 36);
   EXPECT_STREQ(cut.buffer.data() + 12, "kx.info");
-}
-
-TEST(Walker, CutAnswersAreWalkedAsFarAsTheyParsed) {
-  resp::Response response;
-  response.set_ec(resp::Response::kOK);
-  resp::Result* first = response.add_results();
-  first->set_id(1);
-  add_md5_result(first, 60)->set_sub_type(20);
-  add_md5_result(response.add_results(), 70);
-  const std::string whole = response.SerializePartialAsString();
-
-  // Before the first result's tag there are no results. From its tag on,
-  // the parser has added the result (and, inside it, the md5_result), so what
-  // was read of it is walked; once the first result is whole, its verdict
-  // comes out.
-  const size_t first_end = 2 + 2 + first->ByteSizeLong();
-  for (size_t cut = 0; cut <= whole.size(); ++cut) {
-    Outcome o = parse(whole.substr(0, cut));
-    if (cut < 3) {
-      EXPECT_EQ(o.rc, -4) << cut;
-    } else if (cut < first_end) {
-      EXPECT_EQ(o.rc, 0) << cut;
-      EXPECT_TRUE(o.length == 0 ||
-                  (o.length == 12 && (o.code() == 0 || o.code() == 2)))
-          << cut;
-    } else {
-      EXPECT_EQ(o.rc, 0) << cut;
-      EXPECT_EQ(o.code(), 4) << cut;
-    }
-  }
-  // The tag of a result with its length cut off adds an empty result.
-  Outcome tag_only = parse(from_hex("08 00 12"));
-  EXPECT_EQ(tag_only.rc, 0);
-  EXPECT_EQ(tag_only.length, 0);
-  EXPECT_TRUE(tag_only.untouched());
-
-  // A malformed tail after a good result does not undo it.
-  Outcome o = parse(whole.substr(0, first_end) + from_hex("12 7f 10"));
-  EXPECT_EQ(o.rc, 0);
-  EXPECT_EQ(o.code(), 4);
 }
 
 TEST(Walker, ThreadsGetTheSameResultsAsOneThread) {

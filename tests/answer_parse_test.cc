@@ -1,0 +1,220 @@
+// Answers cut short or malformed: what the record holds is what arrived
+// before the fault, read the classic way (a nested message never reads past
+// the one holding it, a value cut short keeps the bytes that came, a tag may
+// take ten bytes), and the parse names the first fault's byte.
+#include "answer_parse.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "answer.h"
+#include "kx_response.pb.h"
+#include "wire.h"
+
+namespace resp = linkward::info::resp;
+
+namespace {
+
+constexpr int kWhole = -1;
+
+struct Malformed {
+  const char* what;
+  std::string bytes;
+  int32_t rc;
+  int32_t length;  // the record's, 0 for none
+  int32_t code;
+  const char* text;
+  int fault_at;  // the first fault's byte, or kWhole
+};
+
+// Groups of the unknown field 15, nested `depth` deep and closed again.
+std::string groups(int depth) {
+  return std::string(depth, '\x7b') + std::string(depth, '\x7c');
+}
+
+// One result whose per-hash result has level 70 and, after it, `tail`
+// among its unknown fields.
+std::string level_70_then(const std::string& tail) {
+  resp::Response response;
+  resp::MD5Result* md5_result = response.add_results()->add_md5_results();
+  md5_result->set_level(70);
+  md5_result->mutable_unknown_fields()->append(tail);
+  return response.SerializePartialAsString();
+}
+
+const std::string kLevel70Result = "12 06 10 01 22 02 10 46";
+
+std::vector<Malformed> malformed() {
+  const auto hex = from_hex;
+  return {
+      // Lengths that reach past the message holding them, at each level.
+      {"a result past the bytes", hex("08 00 12 7f 10 01 22 02 10 46"), 0, 12,
+       5, "", 2},
+      {"a per-hash result past its result: the pair after is not its own",
+       hex("08 00 12 06 10 01 22 0f 10 00 42 0b 0a 09 62 6e 65 74 2e 69 6e 66 "
+           "6f"),
+       0, 12, 0, "", 6},
+      {"a pair past its per-hash result: the value after is not its own",
+       hex("08 00 12 16 10 01 22 0d 10 32 42 0c 0a 07 6b 78 2e 69 6e 66 6f 12 "
+           "03 73 63 3d"),
+       0, 12, 1, "", 10},
+      {"a leak count past its web-scan result",
+       hex("08 00 12 0c 10 01 22 08 10 46 4a 04 0a 05 08 01"), 0, 12, 5, "",
+       12},
+      // Values cut short keep the bytes that arrived.
+      {"a kx.info value cut by the end of the bytes",
+       hex("08 00 12 7f 10 01 22 7f 10 32 42 7f 0a 07 6b 78 2e 69 6e 66 6f 12 "
+           "64 73 63 3d 31 30 31"),
+       0, 26, 2, "kx.info=sc=101", 2},
+      {"a kx.info value cut by the end of its pair",
+       hex("08 00 12 19 10 01 22 15 10 32 42 11 0a 07 6b 78 2e 69 6e 66 6f 12 "
+           "64 73 63 3d 31 30 31"),
+       0, 26, 2, "kx.info=sc=101", 21},
+      {"a key cut short is not kx.info",
+       hex("08 00 12 10 10 01 22 0c 10 32 42 08 0a 07 6b 78 2e 69 6e 66"), 0,
+       12, 1, "", 12},
+      {"an md5 cut short swallows the level after it",
+       hex("08 00 12 09 10 01 22 05 0a 10 61 10 46"), 0, 12, 0, "", 8},
+      {"a key of the answer's own pairs cut after the result",
+       hex(kLevel70Result + " 1a 04 0a 07 6b 78"), 0, 12, 5, "", 10},
+      {"a number cut short",
+       hex("08 00 12 06 10 01 22 02 10 46 12 03 22 01 10"), 0, 12, 5, "", 14},
+      // Keys: ten bytes at most, the low 32 bits count.
+      {"the error code's key in six bytes", hex("88 80 80 80 80 00 05"), -3, 0,
+       0, "", kWhole},
+      {"a result's id under a ten-byte key",
+       hex("08 00 12 0f 90 80 80 80 80 80 80 80 80 00 01 22 02 10 46"), 0, 12,
+       5, "", kWhole},
+      {"a key of eleven bytes ends the answer",
+       hex(kLevel70Result + " 80 80 80 80 80 80 80 80 80 80 01"), 0, 12, 5, "",
+       8},
+      {"a key cut short", hex(kLevel70Result + " 88"), 0, 12, 5, "", 8},
+      // Keys that end or stop a message.
+      {"a tag of 0 ends a per-hash result early",
+       hex("08 00 12 07 10 01 22 03 00 10 46"), 0, 12, 0, "", 8},
+      {"a tag of 0 ends the answer before its results",
+       hex("08 00 00 " + kLevel70Result), -4, 0, 0, "", 2},
+      {"an end-group key stops a per-hash result before its sub-type",
+       hex("08 00 12 09 10 01 22 05 10 3c 0c 28 0a"), 0, 12, 2, "", 10},
+      {"a wire type that does not exist", hex(kLevel70Result + " 0e 01"), 0, 12,
+       5, "", 8},
+      // Lengths a 32-bit count cannot hold.
+      {"a result of 2^31-1 bytes is read up to the end",
+       hex("08 00 12 ff ff ff ff 07 10 01 22 02 10 46"), 0, 12, 5, "", 2},
+      {"a result of 2^32-1 bytes is refused and stays empty",
+       hex("08 00 12 ff ff ff ff 0f 10 01 22 02 10 46"), 0, 0, 0, "", 2},
+      {"a result of 2^64-1 bytes is refused and stays empty",
+       hex("08 00 12 ff ff ff ff ff ff ff ff ff 01 10 01 22 02 10 46"), 0, 0, 0,
+       "", 2},
+      {"a kx.info value of 2^32-1 bytes is negative and stays empty",
+       hex("08 00 12 17 10 01 22 13 10 32 42 0f 0a 07 6b 78 2e 69 6e 66 6f 12 "
+           "ff ff ff ff 0f"),
+       0, 12, 1, "", 21},
+      // Nesting: 100 levels are followed, the 101st stops the parse.
+      {"groups 100 deep before a result", groups(100) + hex(kLevel70Result), 0,
+       12, 5, "", kWhole},
+      {"groups 101 deep before a result", groups(101) + hex(kLevel70Result), -4,
+       0, 0, "", 0},
+      // A per-hash result is two messages deep: 98 levels are left in it.
+      {"groups 98 deep after the level", level_70_then(groups(98)), 0, 12, 5,
+       "", kWhole},
+      {"groups 99 deep after the level", level_70_then(groups(99)), 0, 12, 5,
+       "", 8},
+      {"a tag of 0 in a pair stops the parse: the next result is not read",
+       hex("08 00 12 04 2a 02 00 00 " + kLevel70Result), 0, 0, 0, "", 6},
+  };
+}
+
+TEST(AnswerParse, CutAndMalformedAnswers) {
+  for (const Malformed& m : malformed()) {
+    const Outcome o = parse(m.bytes);
+    EXPECT_EQ(broken_promise(o), "") << m.what;
+    EXPECT_EQ(o.rc, m.rc) << m.what;
+    if (m.rc == 0) {
+      EXPECT_EQ(o.length, m.length) << m.what;
+    }
+    if (o.rc == 0 && m.length > 0) {
+      EXPECT_EQ(o.code(), m.code) << m.what;
+      EXPECT_EQ(o.text(), m.text) << m.what;
+    }
+    resp::Response response;
+    const linkward::ParseReport report = linkward::parse_answer(
+        m.bytes.data(), static_cast<int>(m.bytes.size()), response);
+    EXPECT_EQ(report.whole ? kWhole : report.offset, m.fault_at) << m.what;
+  }
+}
+
+// The message a parse leaves, serialised again: a field is present from the
+// moment its read starts, a message is added before its bytes are read, and
+// what arrived of a value or of an unknown field stays.
+TEST(AnswerParse, WhatAPartialParseKeeps) {
+  const struct {
+    const char* what;
+    const char* bytes;
+    const char* kept;
+  } cases[] = {
+      {"an error code outside its enumeration, in ten bytes",
+       "08 ff ff ff ff ff ff ff ff ff 01", "08 ff ff ff ff 0f"},
+      {"a level cut short", "12 03 22 01 10", "12 04 22 02 10 00"},
+      {"a level's low 32 bits", "12 08 22 06 10 ff ff ff ff 0f",
+       "12 0d 22 0b 10 ff ff ff ff ff ff ff ff ff 01"},
+      {"an md5 cut short", "12 05 22 03 0a 05 61", "12 05 22 03 0a 01 61"},
+      {"a result whose length is refused", "12 ff ff ff ff 0f", "12 00"},
+      {"an unknown field cut short", "7a 05 61", "7a 05"},
+      {"a flag in two bytes", "12 09 22 07 10 00 4a 03 50 80 01",
+       "12 08 22 06 10 00 4a 02 50 01"},
+      {"a merged result in two parts", "12 0a 1a 02 10 3c 1a 04 28 0a 10 46",
+       "12 06 1a 04 10 46 28 0a"},
+  };
+  for (const auto& c : cases) {
+    const std::string bytes = from_hex(c.bytes);
+    resp::Response response;
+    linkward::parse_answer(bytes.data(), static_cast<int>(bytes.size()),
+                           response);
+    EXPECT_EQ(to_hex(response.SerializePartialAsString()), c.kept) << c.what;
+  }
+}
+
+// ec 0; one result (id 1) whose per-hash result has level 60, sub-type 10
+// and a 100-byte "kx.info" list that ends in the members deciding code 7;
+// every length fits in one byte. Byte 2 is the result's key, 7 the per-hash
+// result's length, 9 the level, 11 the sub-type, 14 to 22 the pair's key,
+// 23 the value's key, 24 its length, 25 on the list.
+TEST(AnswerParse, EveryCutOfARealisticAnswer) {
+  std::string list;
+  for (int i = 0; i < 12; ++i) list += "tok=" + std::to_string(10 + i) + "|";
+  list += "ssc=11021|sc=110";
+  ASSERT_EQ(list.size(), 100u);
+  const std::string answer =
+      from_hex("08 00 12 79 10 01 22 75 10 3c 28 0a 42 6f 0a 07") + "kx.info" +
+      from_hex("12 64") + list;
+  ASSERT_EQ(answer.size(), 125u);
+
+  for (size_t cut = 0; cut <= answer.size(); ++cut) {
+    const Outcome o = parse(answer.substr(0, cut));
+    const std::string at = "cut at " + std::to_string(cut);
+    EXPECT_EQ(broken_promise(o), "") << at;
+    if (cut < 3) {
+      EXPECT_EQ(o.rc, -4) << at;  // no result yet
+      continue;
+    }
+    EXPECT_EQ(o.rc, 0) << at;
+    if (cut < 7) {
+      EXPECT_EQ(o.length, 0) << at;  // a result without a per-hash result
+      continue;
+    }
+    // Level 0 until it arrives, then sub-type 0 until it arrives, then no
+    // list until its first byte, then the list as far as it came.
+    const int32_t code = cut < 10 ? 0 : cut < 12 ? 2 : cut < 125 ? 3 : 7;
+    const std::string text =
+        cut < 26 ? "" : "kx.info=" + list.substr(0, cut - 25);
+    EXPECT_EQ(o.code(), code) << at;
+    EXPECT_EQ(o.text(), text) << at;
+    EXPECT_EQ(o.length, 12 + static_cast<int32_t>(text.size())) << at;
+  }
+}
+
+}  // namespace
