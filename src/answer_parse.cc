@@ -22,10 +22,14 @@ using google::protobuf::io::StringOutputStream;
 
 // What can be wrong with an answer's bytes.
 constexpr char kZeroTag[] = "a tag of 0";
-constexpr char kPastEnd[] =
-    "a message's length past the end of the message holding it or the bytes";
-constexpr char kCutShort[] = "cut short by the end of its message or the bytes";
+constexpr char kPastMessage[] =
+    "a length past the end of the message holding it";
+constexpr char kPastBytes[] = "a length past the end of the bytes";
+constexpr char kCutByMessage[] =
+    "cut short by the end of the message holding it";
+constexpr char kCutByBytes[] = "cut short by the end of the bytes";
 constexpr char kOverlong[] = "a varint longer than ten bytes";
+constexpr char kBadNumber[] = "a malformed number";
 constexpr char kBadLength[] = "a length above 2147483647 or negative";
 constexpr char kTooDeep[] = "nesting deeper than 100 messages";
 constexpr char kEndGroup[] = "an end-group tag with no group open";
@@ -61,8 +65,10 @@ class Reader {
   bool merge(M& message);
 
   ParseReport report() const {
-    if (fault_ == nullptr) return {true, size_, nullptr};
-    return {false, fault_offset_, fault_};
+    if (stop_.what != nullptr) return {false, true, stop_.offset, stop_.what};
+    if (reach_.what != nullptr)
+      return {false, false, reach_.offset, reach_.what};
+    return {true, false, size_, nullptr};
   }
 
   // A string or bytes field is present from the moment its read starts, and
@@ -80,7 +86,7 @@ class Reader {
       return in_.Skip(static_cast<int>(length));
     }
     if (in_.ReadString(value, static_cast<int>(length))) return true;
-    return stop(static_cast<int>(length) < 0 ? kBadLength : kCutShort);
+    return stop(static_cast<int>(length) < 0 ? kBadLength : cut_short());
   }
 
   // A number read that fails still marks the field present, with the value
@@ -137,7 +143,8 @@ class Reader {
     const void* there;
     int left;  // up to the limit of the message around it, or the end
     in_.GetDirectBufferPointerInline(&there, &left);
-    if (length > left) note(kPastEnd);
+    if (length > left)
+      record(reach_, left < bytes_left() ? kPastMessage : kPastBytes);
     const auto [outer_limit, budget] =
         in_.IncrementRecursionDepthAndPushLimit(length);
     if (budget < 0) return stop(kTooDeep);
@@ -170,21 +177,35 @@ class Reader {
   }
 
  private:
-  void note(const char* fault) {
-    if (fault_ == nullptr) {
-      fault_ = fault;
-      fault_offset_ = field_start_;
-    }
+  struct Fault {
+    int offset = 0;
+    const char* what = nullptr;
+  };
+
+  // The first of each kind counts: the messages around a stop stop because
+  // it did.
+  void record(Fault& fault, const char* what) {
+    if (fault.what != nullptr) return;
+    fault.what = what;
+    fault.offset = field_start_;
   }
 
-  bool stop(const char* fault) {
-    note(fault);
+  bool stop(const char* what) {
+    record(stop_, what);
     return false;
+  }
+
+  int bytes_left() const { return size_ - in_.CurrentPosition(); }
+
+  // Which end a read ran into: the current message's, or the bytes'.
+  const char* cut_short() const {
+    const int left = in_.BytesUntilLimit();
+    return left >= 0 && left < bytes_left() ? kCutByMessage : kCutByBytes;
   }
 
   // Why the varint after the current field's key could not be read. Found
   // only once a read failed, since a failed read may have moved on.
-  const char* value_fault(const char* refused = kCutShort) {
+  const char* value_fault(const char* refused = kBadNumber) {
     int value = field_start_;
     while (bytes_[value] & 0x80) ++value;  // the key was read whole
     return varint_fault(value + 1, refused);
@@ -193,12 +214,12 @@ class Reader {
   // Why the varint at `start` could not be read: it runs into the end of its
   // message or of the bytes, it is longer than ten bytes, or it is whole and
   // its value was refused (`refused`).
-  const char* varint_fault(int start, const char* refused = kCutShort) {
+  const char* varint_fault(int start, const char* refused) {
     const int left = in_.BytesUntilLimit();
     const int end = left < 0 ? size_ : in_.CurrentPosition() + left;
     for (int i = start;; ++i) {
       if (i - start == kVarintBytes) return kOverlong;
-      if (i >= end) return kCutShort;
+      if (i >= end) return cut_short();
       if ((bytes_[i] & 0x80) == 0) return refused;
     }
   }
@@ -207,8 +228,8 @@ class Reader {
   int size_;
   CodedInputStream in_;
   int field_start_ = 0;
-  int fault_offset_ = 0;
-  const char* fault_ = nullptr;
+  Fault stop_;   // where the parse stopped
+  Fault reach_;  // the first length that reached too far
 };
 
 // ---------------------------------------------------------------------------
@@ -334,7 +355,7 @@ bool Reader::merge(M& message) {
       // long: the message ends either way, and the caller's limit test tells
       // the two apart.
       if (!in_.ConsumedEntireMessage())
-        note(varint_fault(field_start_, kZeroTag));
+        record(stop_, varint_fault(field_start_, kZeroTag));
       return true;
     }
     if (!read_field(*this, message, key)) return false;

@@ -11,13 +11,14 @@
 namespace linkward {
 
 // How the parse went: the bytes read whole, every message ending where its
-// length said; or the first fault found, at the tag of the field it was in.
-// Most faults end the parse there; a message's length that reaches past the
-// message holding it (or past the bytes) does not: the message is read up to
-// that end, and the parse goes on.
+// length said; or where it stopped, at the tag of the field it was in, and
+// why; or, when it read on to the end, the first length that reached past
+// the message holding it or past the bytes (such a message is read up to
+// that end).
 struct ParseReport {
   bool whole;
-  int offset;         // of the first fault; the size when whole
+  bool stopped;       // before the end of the bytes
+  int offset;         // of the fault; the size when whole
   const char* fault;  // nullptr when whole
 };
 
