@@ -157,7 +157,7 @@ class Reader {
   // Any other key, a known number under a wire type not its own included,
   // goes whole, key and payload, into the message's unknown fields.
   template <class M>
-  bool skip(M& message, uint32_t key) {
+  [[gnu::cold]] bool skip(M& message, uint32_t key) {
     StringOutputStream out(message.mutable_unknown_fields());
     CodedOutputStream unknown(&out, false);
     if (WireFormatLite::SkipField(&in_, key, &unknown)) return true;
@@ -190,7 +190,7 @@ class Reader {
     fault.offset = field_start_;
   }
 
-  bool stop(const char* what) {
+  [[gnu::cold]] bool stop(const char* what) {
     record(stop_, what);
     return false;
   }
@@ -205,7 +205,7 @@ class Reader {
 
   // Why the varint after the current field's key could not be read. Found
   // only once a read failed, since a failed read may have moved on.
-  const char* value_fault(const char* refused = kBadNumber) {
+  [[gnu::cold]] const char* value_fault(const char* refused = kBadNumber) {
     int value = field_start_;
     while (bytes_[value] & 0x80) ++value;  // the key was read whole
     return varint_fault(value + 1, refused);
@@ -214,7 +214,7 @@ class Reader {
   // Why the varint at `start` could not be read: it runs into the end of its
   // message or of the bytes, it is longer than ten bytes, or it is whole and
   // its value was refused (`refused`).
-  const char* varint_fault(int start, const char* refused) {
+  [[gnu::cold]] const char* varint_fault(int start, const char* refused) {
     const int left = in_.BytesUntilLimit();
     const int end = left < 0 ? size_ : in_.CurrentPosition() + left;
     for (int i = start;; ++i) {
