@@ -152,7 +152,7 @@ TEST(AnswerParse, CutAndMalformedAnswers) {
     const linkward::ParseReport report = linkward::parse_answer(
         m.bytes.data(), static_cast<int>(m.bytes.size()), response);
     const std::string parsed =
-        report.whole     ? "whole"
+        report.fault == linkward::ParseFault::kNone ? "whole"
         : report.stopped ? "stops at " + std::to_string(report.offset)
                          : "reaches past at " + std::to_string(report.offset);
     EXPECT_EQ(parsed, m.parse) << m.what;
