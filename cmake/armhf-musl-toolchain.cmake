@@ -78,7 +78,9 @@ write_if_changed(${scripts}/musl-libc.so "INPUT(-lc)\n")
 # musl's headers come before the Linux ones that zig carries (musl-dev has
 # none). zig compiles C++ against its libc++ headers, with the settings it
 # builds that runtime with; a link gets -nostdlib++, so that zig adds no
-# private copy of the runtime (the shared one is linked below).
+# private copy of the runtime (the shared one is linked below). That also
+# takes the headers away, so C++ is compiled (-c) and linked in separate
+# steps, as CMake does.
 set(zig "#!/bin/sh
 export ZIG_LIBC='${scripts}/musl-libc.txt'
 export ZIG_GLOBAL_CACHE_DIR='${zig_cache}' ZIG_LOCAL_CACHE_DIR='${zig_cache}'
