@@ -355,7 +355,7 @@ TEST(HostileThreads, FirstCallsFromManyThreadsAtOnce) {
     EXPECT_EQ(got.broken, "");
     EXPECT_EQ(got.record, alone.record);
     EXPECT_EQ(to_hex(got.query), to_hex(alone.query));
-#ifdef LINKWARD_MAX_THREAD_STACK
+#ifdef LINKWARD_MAX_THREAD_STACK  // the C library's default thread stack
     EXPECT_LE(got.stack, size_t{LINKWARD_MAX_THREAD_STACK});
 #endif
   }
