@@ -21,9 +21,12 @@ using namespace tool;
 namespace resp = linkward::info::resp;
 using Json = nlohmann::ordered_json;
 
-// Room for a verdict record with the longest text the library makes.
-constexpr int32_t kWholeRecord = 534;
-constexpr int32_t kRecordHead = 12;  // code, level, sub-type
+#define LINKWARD_STRING(x) #x
+#define LINKWARD_VERSION_TEXT(major, minor, patch)                             \
+  LINKWARD_STRING(major) "." LINKWARD_STRING(minor) "." LINKWARD_STRING(patch)
+
+constexpr int32_t kWholeRecord = LINKWARD_RECORD_SIZE;
+constexpr int32_t kRecordHead = LINKWARD_RECORD_HEAD_SIZE;
 // The query's fixed fields plus the longest length prefixes of the others.
 constexpr size_t kQueryOverhead = 96;
 
@@ -36,23 +39,23 @@ const char kExitStatuses[] =
     "  4  the library refused the answer or gave no verdict, or the bytes\n"
     "     do not parse as the named message\n";
 
-std::string source_name(const std::string& path) {
+std::string source_name(const std::string &path) {
   return path == "-" ? "stdin" : path;
 }
 
 // Every subcommand's help ends with its example and a pointer to the exit
 // statuses, which the top-level help lists.
-void describe(CLI::App* sub, const std::string& text) {
+void describe(CLI::App *sub, const std::string &text) {
   sub->footer(text + "\nExit status: see linkward --help.");
 }
 
 // -o FILE: raw bytes into FILE; without it, hex on stdout.
-void add_output(CLI::App* sub, std::string& path) {
+void add_output(CLI::App *sub, std::string &path) {
   sub->add_option("-o,--output", path, "Write the raw bytes into FILE")
       ->type_name("FILE");
 }
 
-void emit(const std::string& bytes, const std::string& path) {
+void emit(const std::string &bytes, const std::string &path) {
   if (path.empty())
     write_stdout(format_hex(bytes));
   else
@@ -63,10 +66,10 @@ void emit(const std::string& bytes, const std::string& path) {
 struct InputArgs {
   std::string path = "-";
   bool hex = false, json = false;
-  CLI::Option* file = nullptr;
+  CLI::Option *file = nullptr;
 };
 
-void add_input(CLI::App* sub, InputArgs& in, const std::string& what) {
+void add_input(CLI::App *sub, InputArgs &in, const std::string &what) {
   in.file = sub->add_option("FILE", in.path, what + "; - or none for stdin")
                 ->type_name("");
   sub->add_flag("--hex", in.hex, "Read hex text (blanks and newlines allowed)");
@@ -75,7 +78,7 @@ void add_input(CLI::App* sub, InputArgs& in, const std::string& what) {
 
 // A missing FILE means stdin, but a person at a terminal most likely forgot
 // the file: say so rather than wait for typed bytes.
-std::string load(const InputArgs& in) {
+std::string load(const InputArgs &in) {
   if (in.file->count() == 0 && isatty(STDIN_FILENO))
     throw Failure(kUsage, "no input: give a FILE, or pipe the bytes in");
   const std::string bytes = read_input(in.path);
@@ -89,14 +92,14 @@ struct RequestArgs {
   std::string url, mid, vk_hex, vk_file, out;
 };
 
-void add_request(CLI::App& app, RequestArgs& a) {
-  CLI::App* sub = app.add_subcommand(
+void add_request(CLI::App &app, RequestArgs &a) {
+  CLI::App *sub = app.add_subcommand(
       "request", "Print the encoded query for URL (hex, or raw with -o)");
   sub->add_option("URL", a.url, "The URL to ask about")
       ->required()
       ->type_name("");
   sub->add_option("--mid", a.mid, "The client's mid text (default empty)");
-  CLI::Option* hex = sub->add_option("--vk-hex", a.vk_hex,
+  CLI::Option *hex = sub->add_option("--vk-hex", a.vk_hex,
                                      "The vk bytes as hex (default none)")
                          ->type_name("HEX");
   sub->add_option("--vk-file", a.vk_file, "Read the vk bytes from FILE")
@@ -106,7 +109,7 @@ void add_request(CLI::App& app, RequestArgs& a) {
   describe(sub, "Example: linkward request http://example.com/ --vk-hex 0102");
 }
 
-ExitStatus run_request(const RequestArgs& a) {
+ExitStatus run_request(const RequestArgs &a) {
   const std::string vk = a.vk_file.empty()
                              ? parse_hex(a.vk_hex, "--vk-hex", kUsage)
                              : read_input(a.vk_file);
@@ -135,14 +138,14 @@ struct AnswerArgs {
   bool merged = false;
   std::vector<std::string> kx, bnet, values;
   std::string out;
-  CLI::App* sub = nullptr;
+  CLI::App *sub = nullptr;
   CLI::Option *sub_type_given, *kx_given, *bnet_given, *values_given;
 };
 
-void add_answer(CLI::App& app, AnswerArgs& a) {
+void add_answer(CLI::App &app, AnswerArgs &a) {
   a.sub = app.add_subcommand(
       "answer", "Make an answer as the service would send it, for tests");
-  CLI::App* sub = a.sub;
+  CLI::App *sub = a.sub;
   sub->add_option("--ec", a.ec, "The answer's error code, 0 (kOK) to 6")
       ->type_name("N")
       ->check(CLI::Range(0, 6).description(""));
@@ -166,7 +169,7 @@ void add_answer(CLI::App& app, AnswerArgs& a) {
       "  linkward answer --level 60 --sub-type 10 --kx 'sc=110|ssc=11021'");
 }
 
-std::pair<std::string, std::string> split_pair(const std::string& text) {
+std::pair<std::string, std::string> split_pair(const std::string &text) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos)
     throw Failure(kUsage, "--value '" + escaped(text) + "' is not KEY=VALUE");
@@ -175,11 +178,11 @@ std::pair<std::string, std::string> split_pair(const std::string& text) {
 
 // The order of the pairs decides the verdict (the first bnet.info wins, the
 // last kx.info is the token list), so they keep the command line's order.
-std::vector<std::pair<std::string, std::string>> pairs_in_order(
-    const AnswerArgs& a) {
+std::vector<std::pair<std::string, std::string>>
+pairs_in_order(const AnswerArgs &a) {
   std::vector<std::pair<std::string, std::string>> pairs;
-  std::map<const CLI::Option*, size_t> taken;
-  for (const CLI::Option* option : a.sub->parse_order()) {
+  std::map<const CLI::Option *, size_t> taken;
+  for (const CLI::Option *option : a.sub->parse_order()) {
     if (option == a.kx_given)
       pairs.emplace_back("kx.info", a.kx.at(taken[option]++));
     else if (option == a.bnet_given)
@@ -190,19 +193,20 @@ std::vector<std::pair<std::string, std::string>> pairs_in_order(
   return pairs;
 }
 
-ExitStatus run_answer(const AnswerArgs& a) {
+ExitStatus run_answer(const AnswerArgs &a) {
   resp::Response response;
   response.set_ec(static_cast<resp::Response::ErrorCode>(a.ec));
-  resp::Result* result = response.add_results();
+  resp::Result *result = response.add_results();
   // The library does not read the id; 1 makes the typical answer the very
   // bytes the benchmarks measure.
   result->set_id(1);
-  resp::MD5Result* verdict =
+  resp::MD5Result *verdict =
       a.merged ? result->mutable_merged_result() : result->add_md5_results();
   verdict->set_level(a.level);
-  if (a.sub_type_given->count() > 0) verdict->set_sub_type(a.sub_type);
-  for (const auto& [key, value] : pairs_in_order(a)) {
-    linkward::info::StringPair* pair = verdict->add_values();
+  if (a.sub_type_given->count() > 0)
+    verdict->set_sub_type(a.sub_type);
+  for (const auto &[key, value] : pairs_in_order(a)) {
+    linkward::info::StringPair *pair = verdict->add_values();
     pair->set_key(key);
     pair->set_value(value);
   }
@@ -218,8 +222,8 @@ struct VerdictArgs {
   int32_t buffer = kWholeRecord;
 };
 
-void add_verdict(CLI::App& app, VerdictArgs& a) {
-  CLI::App* sub = app.add_subcommand(
+void add_verdict(CLI::App &app, VerdictArgs &a) {
+  CLI::App *sub = app.add_subcommand(
       "verdict", "Show the verdict the library makes of answer bytes");
   add_input(sub, a.in, "The answer's bytes");
   sub->add_option("--buffer", a.buffer,
@@ -236,8 +240,8 @@ void add_verdict(CLI::App& app, VerdictArgs& a) {
 }
 
 // The codes are the library's interface; the labels say which rule chose them.
-const char* verdict_label(int32_t code) {
-  static const char* const kLabels[] = {
+const char *verdict_label(int32_t code) {
+  static const char *const kLabels[] = {
       "level 0",
       "level 50 without sc=101",
       "no other rule applies",
@@ -251,16 +255,16 @@ const char* verdict_label(int32_t code) {
   return code >= 0 && code <= 8 ? kLabels[code] : "not a verdict code";
 }
 
-const char* refusal_meaning(int32_t rc) {
+const char *refusal_meaning(int32_t rc) {
   switch (rc) {
-    case -1:
-      return "a required pointer was null";
-    case -3:
-      return "the answer carries a service error code";
-    case -4:
-      return "the answer holds no results";
-    default:
-      return "not a documented return value";
+  case -1:
+    return "a required pointer was null";
+  case -3:
+    return "the answer carries a service error code";
+  case -4:
+    return "the answer holds no results";
+  default:
+    return "not a documented return value";
   }
 }
 
@@ -269,33 +273,35 @@ struct Outcome {
   int32_t returned = 0, length = 0;
   int32_t code = 0, level = 0, sub_type = 0;
   bool has_text = false, cut = false;
-  std::string text;  // as far as the buffer held it
+  std::string text; // as far as the buffer held it
 };
 
-Outcome decide(const std::string& answer, int32_t capacity) {
+Outcome decide(const std::string &answer, int32_t capacity) {
   std::vector<char> record(capacity, '\0');
   Outcome o;
   o.returned =
       parser_proto_response(record.data(), &o.length, capacity, answer.data(),
                             static_cast<int32_t>(answer.size()));
-  if (o.returned != 0 || o.length < kRecordHead) return o;
-  int32_t head[3];
-  std::memcpy(head, record.data(), sizeof head);
-  o.code = head[0];
-  o.level = head[1];
-  o.sub_type = head[2];
-  o.has_text = o.length > kRecordHead;
-  o.cut = o.length >= capacity;
-  const char* text = record.data() + kRecordHead;
-  o.text.assign(text, strnlen(text, capacity - kRecordHead));
+  linkward_verdict v;
+  if (o.returned != 0 ||
+      linkward_read_record(record.data(), o.length, capacity, &v) != 0)
+    return o;
+  o.code = v.code;
+  o.level = v.level;
+  o.sub_type = v.sub_type;
+  o.has_text = v.text != nullptr;
+  o.cut = v.text_cut != 0;
+  if (v.text)
+    o.text = v.text;
   return o;
 }
 
-std::string outcome_text(const Outcome& o, int32_t capacity) {
+std::string outcome_text(const Outcome &o, int32_t capacity) {
   if (o.returned != 0)
     return "refused: " + std::to_string(o.returned) + ", " +
            refusal_meaning(o.returned) + "\n";
-  if (o.length == 0) return "no verdict: no result holds a per-hash result\n";
+  if (o.length == 0)
+    return "no verdict: no result holds a per-hash result\n";
   std::string text = "verdict: " + std::to_string(o.code) + " (" +
                      verdict_label(o.code) + ")\n" +
                      "level: " + std::to_string(o.level) + "\n" +
@@ -308,7 +314,7 @@ std::string outcome_text(const Outcome& o, int32_t capacity) {
   return text + "\nrecord: " + std::to_string(o.length) + " bytes\n";
 }
 
-std::string outcome_json(const Outcome& o) {
+std::string outcome_json(const Outcome &o) {
   Json j{{"returned", o.returned}};
   if (o.returned != 0) {
     j["meaning"] = refusal_meaning(o.returned);
@@ -327,7 +333,7 @@ std::string outcome_json(const Outcome& o) {
   return j.dump(2) + "\n";
 }
 
-ExitStatus run_verdict(const VerdictArgs& a) {
+ExitStatus run_verdict(const VerdictArgs &a) {
   const Outcome o = decide(load(a.in), a.buffer);
   write_stdout(a.in.json ? outcome_json(o) : outcome_text(o, a.buffer));
   return o.returned == 0 && o.length > 0 ? kDone : kRefused;
@@ -341,21 +347,20 @@ struct InspectArgs {
   std::string kind;
 };
 
-void add_inspect(CLI::App& app, InspectArgs& a) {
-  CLI::App* sub = app.add_subcommand(
+void add_inspect(CLI::App &app, InspectArgs &a) {
+  CLI::App *sub = app.add_subcommand(
       "inspect", "Show the decoded message tree of a query or an answer");
   add_input(sub, a.in, "The message's bytes");
   sub->add_option("--as", a.kind, "What the bytes are")
       ->required()
       ->type_name("request|answer")
       ->check(CLI::IsMember({"request", "answer"}).description(""));
-  describe(sub,
-           "Shows every present field by name, bytes as escaped text, and "
-           "unknown fields\nas hex with their numbers. Example:\n"
-           "  linkward inspect capture.bin --as answer");
+  describe(sub, "Shows every present field by name, bytes as escaped text, and "
+                "unknown fields\nas hex with their numbers. Example:\n"
+                "  linkward inspect capture.bin --as answer");
 }
 
-ExitStatus run_inspect(const InspectArgs& a) {
+ExitStatus run_inspect(const InspectArgs &a) {
   const MessageKind kind =
       a.kind == "request" ? MessageKind::kRequest : MessageKind::kAnswer;
   const Inspection shown = inspect(load(a.in), kind, a.in.json);
@@ -373,19 +378,23 @@ ExitStatus run_inspect(const InspectArgs& a) {
 
 // ---------------------------------------------------------------------------
 
-std::string usage_failure(const CLI::App*, const CLI::Error& e) {
+std::string usage_failure(const CLI::App *, const CLI::Error &e) {
   return std::string("linkward: ") + e.what() + " (see --help)\n";
 }
 
-}  // namespace
+} // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char **argv) {
   CLI::App app{
       "Builds the query for a URL and decodes the service's answer with "
       "liblinkward.",
       "linkward"};
   app.failure_message(usage_failure);
-  app.set_version_flag("--version", std::string("linkward ") + LINKWARD_VERSION,
+  app.set_version_flag("--version",
+                       std::string("linkward ") +
+                           LINKWARD_VERSION_TEXT(LINKWARD_VERSION_MAJOR,
+                                                 LINKWARD_VERSION_MINOR,
+                                                 LINKWARD_VERSION_PATCH),
                        "Print the library's version");
   app.footer(kExitStatuses);
 
@@ -400,21 +409,25 @@ int main(int argc, char** argv) {
 
   try {
     app.parse(argc, argv);
-  } catch (const CLI::ParseError& e) {
+  } catch (const CLI::ParseError &e) {
     return app.exit(e) == 0 ? kDone : kUsage;
   }
   try {
-    if (app.got_subcommand("request")) return run_request(request);
-    if (app.got_subcommand("answer")) return run_answer(answer);
-    if (app.got_subcommand("verdict")) return run_verdict(verdict);
-    if (app.got_subcommand("inspect")) return run_inspect(inspection);
+    if (app.got_subcommand("request"))
+      return run_request(request);
+    if (app.got_subcommand("answer"))
+      return run_answer(answer);
+    if (app.got_subcommand("verdict"))
+      return run_verdict(verdict);
+    if (app.got_subcommand("inspect"))
+      return run_inspect(inspection);
     throw Failure(kUsage,
                   "give a subcommand: request, answer, verdict or inspect "
                   "(see --help)");
-  } catch (const Failure& failure) {
+  } catch (const Failure &failure) {
     std::fprintf(stderr, "linkward: %s\n", failure.what());
     return failure.status;
-  } catch (const std::exception& e) {
+  } catch (const std::exception &e) {
     std::fprintf(stderr, "linkward: internal failure: %s\n", e.what());
     return kFailed;
   }
