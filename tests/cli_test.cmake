@@ -134,7 +134,8 @@ without 0x" request u --vk-hex 0x0102
 3 "stdin: 'n' at offset 7 (in 'answer') is not a hex digit" \
   !printf '08 00\nanswer' | inspect --hex --as answer
 0 '' !truncate -s 2G big.bin
-3 'big.bin: more than 2147483647 bytes, the most the library takes' verdict big.bin
+3 'big.bin: 2147483648 bytes, more than the 2147483647 the library takes' \
+  verdict big.bin
 
 0 '' !mkdir taken sub
 1 'cannot write taken: Is a directory' answer -o taken

@@ -54,10 +54,15 @@ void append_group(std::string& bytes, const std::string& group, size_t offset,
         static_cast<char>(hex_digit(group[i]) * 16 + hex_digit(group[i + 1])));
 }
 
-Failure too_large(const std::string& name) {
-  return Failure(kUnreadable, name + ": more than " +
-                                  std::to_string(kMaxInput) +
-                                  " bytes, the most the library takes");
+// `size`: the file's, where it was known before reading.
+Failure too_large(const std::string& name, int64_t size = -1) {
+  const std::string most = std::to_string(kMaxInput);
+  return Failure(
+      kUnreadable,
+      name + ": " +
+          (size < 0 ? "more than the " + most + " bytes"
+                    : std::to_string(size) + " bytes, more than the " + most) +
+          " the library takes");
 }
 
 bool write_all(int fd, const std::string& bytes) {
@@ -162,7 +167,7 @@ std::string read_input(const std::string& path) {
   if (fstat(fileno(file), &st) == 0 && S_ISREG(st.st_mode) &&
       static_cast<uint64_t>(st.st_size) > kMaxInput) {
     if (!from_stdin) std::fclose(file);
-    throw too_large(name);
+    throw too_large(name, st.st_size);
   }
 
   std::string bytes;
