@@ -160,6 +160,8 @@ without 0x" request u --vk-hex 0x0102
 1 'cannot write read-only.bin: Permission denied' answer -o read-only.bin
 0 'verdict: 5' verdict read-only.bin
 0 'verdict: 5' answer --level 70 -o - | verdict
+0 '' !ln -s /proc/self/fd/1 stdout-link
+0 'verdict: 5' answer --level 70 -o stdout-link | verdict
 1 '' !test -e -
 root:0 '' !mknod full c 1 7
 root:0 '' !mknod null c 1 3

@@ -254,18 +254,19 @@ std::string escaped(const std::string& bytes) {
 
 void write_output(const std::string& path, const std::string& bytes) {
   if (path == "-") return write_stdout(bytes);
-  const std::string target = follow_links(path);
+  // stat follows the links the kernel follows, /proc/self/fd's included,
+  // whose targets (a pipe, say) have no name to write beside.
   struct stat st;
-  if (lstat(target.c_str(), &st) != 0) {
+  if (stat(path.c_str(), &st) != 0) {
     if (errno != ENOENT) throw cannot_write(path, reason());
-    return replace(target, bytes, nullptr);
+    return replace(follow_links(path), bytes, nullptr);
   }
-  if (!S_ISREG(st.st_mode)) return write_in_place(target, bytes);
-  if (!writable(target, st)) {
+  if (!S_ISREG(st.st_mode)) return write_in_place(path, bytes);
+  if (!writable(path, st)) {
     errno = EACCES;
     throw cannot_write(path, reason());
   }
-  replace(target, bytes, &st);
+  replace(follow_links(path), bytes, &st);
 }
 
 void write_stdout(const std::string& text) {
