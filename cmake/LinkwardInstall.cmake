@@ -1,7 +1,10 @@
 # Installation as firmware build systems stage it (cmake --install with
-# DESTDIR): the library with its SONAME links, the headers a C or C++ caller
-# needs, the schema files, the tools, a pkg-config file and a CMake package
-# (find_package(linkward) gives linkward::linkward).
+# DESTDIR), in three components:
+#   runtime      the library and its SONAME link: all a device needs;
+#   development  the link a linker looks for, linkward.h and the generated
+#                headers, the schema files, a pkg-config file and a CMake
+#                package (find_package(linkward) gives linkward::linkward);
+#   tools        the linkward tool.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -12,18 +15,23 @@ set(LINKWARD_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/linkward)
 
 install(TARGETS linkward EXPORT linkward-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    COMPONENT runtime NAMELINK_COMPONENT development
   INCLUDES DESTINATION ${LINKWARD_INSTALL_INCLUDEDIR})
 set(message_headers ${LINKWARD_MESSAGE_SOURCES})
 list(FILTER message_headers INCLUDE REGEX "\\.h$")
 install(FILES src/linkward.h ${message_headers}
-  DESTINATION ${LINKWARD_INSTALL_INCLUDEDIR})
+  DESTINATION ${LINKWARD_INSTALL_INCLUDEDIR} COMPONENT development)
 file(GLOB schema_files ${CMAKE_CURRENT_SOURCE_DIR}/proto/*.proto)
-install(FILES ${schema_files} DESTINATION ${CMAKE_INSTALL_DATADIR}/linkward/proto)
+install(FILES ${schema_files}
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/linkward/proto COMPONENT development)
 
-install(TARGETS linkward_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(TARGET linkward_cli)
+  install(TARGETS linkward_cli
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
 
 install(EXPORT linkward-targets NAMESPACE linkward::
-  DESTINATION ${LINKWARD_INSTALL_CMAKEDIR})
+  DESTINATION ${LINKWARD_INSTALL_CMAKEDIR} COMPONENT development)
 configure_package_config_file(cmake/linkward-config.cmake.in
   ${CMAKE_BINARY_DIR}/linkward-config.cmake
   INSTALL_DESTINATION ${LINKWARD_INSTALL_CMAKEDIR})
@@ -31,8 +39,8 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/linkward-config-version.cma
   COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/linkward-config.cmake
               ${CMAKE_BINARY_DIR}/linkward-config-version.cmake
-  DESTINATION ${LINKWARD_INSTALL_CMAKEDIR})
+  DESTINATION ${LINKWARD_INSTALL_CMAKEDIR} COMPONENT development)
 
 configure_file(cmake/linkward.pc.in ${CMAKE_BINARY_DIR}/linkward.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/linkward.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

@@ -1,9 +1,12 @@
 #include "io.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,23 +36,33 @@ std::string quoted_group(const std::string& group) {
 
 void append_group(std::string& bytes, const std::string& group, size_t offset,
                   const std::string& source, ExitStatus status) {
-  const std::string where = source + ": " + quoted_group(group) +
-                            " at offset " + std::to_string(offset);
-  for (char c : group)
-    if (hex_digit(c) < 0) throw Failure(status, where + " is not hex");
+  for (size_t i = 0; i < group.size(); ++i) {
+    if (hex_digit(group[i]) >= 0) continue;
+    std::string why = source + ": '" + escaped(group.substr(i, 1)) +
+                      "' at offset " + std::to_string(offset + i) + " (in " +
+                      quoted_group(group) + ") is not a hex digit";
+    if (i == 1 && (group[1] == 'x' || group[1] == 'X') && group[0] == '0')
+      why += "; write the bytes without 0x";
+    throw Failure(status, why);
+  }
   if (group.size() % 2 != 0)
-    throw Failure(status, where + " has an odd number of hex digits");
+    throw Failure(status, source + ": " + quoted_group(group) + " at offset " +
+                              std::to_string(offset) +
+                              " has an odd number of hex digits");
   for (size_t i = 0; i < group.size(); i += 2)
     bytes.push_back(
         static_cast<char>(hex_digit(group[i]) * 16 + hex_digit(group[i + 1])));
 }
 
-// Output files get the permissions a plain create would give them; mkstemp
-// alone would leave them readable by their owner only.
-void set_create_mode(int fd) {
-  const mode_t mask = umask(0);
-  umask(mask);
-  fchmod(fd, 0666 & ~mask);
+// `size`: the file's, where it was known before reading.
+Failure too_large(const std::string& name, int64_t size = -1) {
+  const std::string most = std::to_string(kMaxInput);
+  return Failure(
+      kUnreadable,
+      name + ": " +
+          (size < 0 ? "more than the " + most + " bytes"
+                    : std::to_string(size) + " bytes, more than the " + most) +
+          " the library takes");
 }
 
 bool write_all(int fd, const std::string& bytes) {
@@ -63,14 +76,99 @@ bool write_all(int fd, const std::string& bytes) {
   return true;
 }
 
+Failure cannot_write(const std::string& path, const std::string& why) {
+  return Failure(kFailed, "cannot write " + path + ": " + why);
+}
+
+// Where a chain of symbolic links ends; the end need not exist yet, as the
+// shell's > creates the target of a dangling link.
+std::string follow_links(std::string path) {
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat st;
+    if (lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return path;
+    std::string target(PATH_MAX, '\0');
+    const ssize_t n = readlink(path.c_str(), target.data(), target.size());
+    if (n < 0) return path;
+    target.resize(n);
+    const size_t slash = path.rfind('/');
+    path = target[0] == '/' || slash == std::string::npos
+               ? target
+               : path.substr(0, slash + 1) + target;
+  }
+  errno = ELOOP;
+  throw cannot_write(path, reason());
+}
+
+// Root may write any file; a file that nobody may write is left alone all
+// the same, as its owner meant.
+bool writable(const std::string& path, const struct stat& st) {
+  return access(path.c_str(), W_OK) == 0 && (st.st_mode & 0222) != 0;
+}
+
+// A new file beside `path`, renamed over it once whole. It takes the mode
+// and owner of the file it replaces, or those a plain create would give.
+void replace(const std::string& path, const std::string& bytes,
+             const struct stat* old) {
+  std::string temp = path + ".XXXXXX";
+  const int fd = mkstemp(temp.data());
+  if (fd < 0) throw cannot_write(path, reason());
+  if (old != nullptr) {
+    // Only root may give a file away: for anyone else the file they replace
+    // is their own already, and a failure changes nothing.
+    const bool owner_kept = fchown(fd, old->st_uid, old->st_gid) == 0;
+    static_cast<void>(owner_kept);
+    fchmod(fd, old->st_mode & 07777);
+  } else {
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(fd, 0666 & ~mask);
+  }
+  bool written = write_all(fd, bytes);
+  std::string why = reason();
+  if (close(fd) != 0 && written) {
+    written = false;
+    why = reason();
+  }
+  if (written && std::rename(temp.c_str(), path.c_str()) == 0) return;
+  if (written) why = reason();
+  unlink(temp.c_str());
+  throw cannot_write(path, why);
+}
+
+// Devices and FIFOs are written as they are: replacing one with a regular
+// file would destroy it.
+void write_in_place(const std::string& path, const std::string& bytes) {
+  const int fd = open(path.c_str(), O_WRONLY | O_NOCTTY);
+  if (fd < 0) throw cannot_write(path, reason());
+  bool written = write_all(fd, bytes);
+  std::string why = reason();
+  if (close(fd) != 0 && written) {
+    written = false;
+    why = reason();
+  }
+  if (!written) throw cannot_write(path, why);
+}
+
 }  // namespace
+
+std::string source_name(const std::string& path) {
+  return path == "-" ? "stdin" : path;
+}
 
 std::string read_input(const std::string& path) {
   const bool from_stdin = path == "-";
-  const std::string name = from_stdin ? "stdin" : path;
+  const std::string name = source_name(path);
   std::FILE* file = from_stdin ? stdin : std::fopen(path.c_str(), "rb");
   if (file == nullptr)
     throw Failure(kUnreadable, "cannot read " + name + ": " + reason());
+  // A file's size is known before it is read: one too large is refused
+  // unread rather than held in memory first.
+  struct stat st;
+  if (fstat(fileno(file), &st) == 0 && S_ISREG(st.st_mode) &&
+      static_cast<uint64_t>(st.st_size) > kMaxInput) {
+    if (!from_stdin) std::fclose(file);
+    throw too_large(name, st.st_size);
+  }
 
   std::string bytes;
   char chunk[1 << 16];
@@ -83,8 +181,7 @@ std::string read_input(const std::string& path) {
   const std::string why = reason();
   if (!from_stdin) std::fclose(file);
   if (failed) throw Failure(kUnreadable, "cannot read " + name + ": " + why);
-  if (bytes.size() > kMaxInput)
-    throw Failure(kUnreadable, name + ": more than 2 GiB");
+  if (bytes.size() > kMaxInput) throw too_large(name);
   return bytes;
 }
 
@@ -111,6 +208,14 @@ std::string format_hex(const std::string& bytes) {
     hex += kDigits[byte & 15];
     hex += (i % 16 == 15 || i + 1 == bytes.size()) ? '\n' : ' ';
   }
+  return hex;
+}
+
+std::string hex_line(const std::string& bytes) {
+  std::string hex = format_hex(bytes);
+  for (char& c : hex)
+    if (c == '\n') c = ' ';
+  if (!hex.empty()) hex.pop_back();
   return hex;
 }
 
@@ -147,27 +252,28 @@ std::string escaped(const std::string& bytes) {
   return text;
 }
 
-void write_file(const std::string& path, const std::string& bytes) {
-  std::string temp = path + ".XXXXXX";
-  const int fd = mkstemp(temp.data());
-  if (fd < 0) throw Failure(kFailed, "cannot write " + path + ": " + reason());
-  set_create_mode(fd);
-  bool written = write_all(fd, bytes);
-  std::string why = reason();
-  if (close(fd) != 0 && written) {
-    written = false;
-    why = reason();
+void write_output(const std::string& path, const std::string& bytes) {
+  if (path == "-") return write_stdout(bytes);
+  // stat follows the links the kernel follows, /proc/self/fd's included,
+  // whose targets (a pipe, say) have no name to write beside.
+  struct stat st;
+  if (stat(path.c_str(), &st) != 0) {
+    if (errno != ENOENT) throw cannot_write(path, reason());
+    return replace(follow_links(path), bytes, nullptr);
   }
-  if (written && std::rename(temp.c_str(), path.c_str()) == 0) return;
-  if (written) why = reason();
-  unlink(temp.c_str());
-  throw Failure(kFailed, "cannot write " + path + ": " + why);
+  if (!S_ISREG(st.st_mode)) return write_in_place(path, bytes);
+  if (!writable(path, st)) {
+    errno = EACCES;
+    throw cannot_write(path, reason());
+  }
+  replace(follow_links(path), bytes, &st);
 }
 
 void write_stdout(const std::string& text) {
+  // An earlier write may have failed unseen: stdout is flushed in blocks.
   const bool written =
       std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
-      std::fflush(stdout) == 0;
+      std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
   if (!written) throw Failure(kFailed, "cannot write to stdout: " + reason());
 }
 

@@ -25,23 +25,34 @@ struct Failure : std::runtime_error {
   ExitStatus status;
 };
 
-// All bytes of `path`, or of stdin for "-".
+// "stdin" for "-", else the path: how messages name an input.
+std::string source_name(const std::string& path);
+
+// All bytes of `path`, or of stdin for "-"; no more than the library takes.
 std::string read_input(const std::string& path);
 
 // Bytes from hex text: pairs of hex digits, in groups separated by blanks
-// and newlines. Throws Failure(status) naming `source` on bad text.
+// and newlines. Throws Failure(status) naming `source` and the first wrong
+// character on bad text.
 std::string parse_hex(const std::string& text, const std::string& source,
                       ExitStatus status);
 
 // Lowercase hex, two digits a byte, space-separated, 16 bytes a line.
 std::string format_hex(const std::string& bytes);
 
+// The same on one line, with no newline.
+std::string hex_line(const std::string& bytes);
+
 // Printable ASCII as it is; quote, backslash and control bytes escaped C-like;
 // every other byte as \xNN.
 std::string escaped(const std::string& bytes);
 
-// Replaces `path` with `bytes` whole: written beside it, then renamed.
-void write_file(const std::string& path, const std::string& bytes);
+// Writes `bytes` where -o names: "-" is stdout; a regular file, or a name
+// not taken yet, is written beside it and renamed over it, so it is never
+// left half-written; a symbolic link is followed to its target; a device, a
+// FIFO or another file that is not regular is written in place. A file that
+// cannot be written is an error, and it stays as it was.
+void write_output(const std::string& path, const std::string& bytes);
 
 // Writes to stdout and throws Failure(kFailed) when that failed.
 void write_stdout(const std::string& text);

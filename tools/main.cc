@@ -1,29 +1,31 @@
 // linkward: the library's front door for integrators. Builds the query for a
-// URL, makes test answers, and shows what the library makes of an answer,
-// all through liblinkward's exported functions and message classes.
+// URL, makes test answers and fixtures of any shape, and shows what the
+// library makes of an answer, all through liblinkward's exported functions
+// and message classes.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <limits>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <numeric>
 
 #include "io.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
 #include "message_tree.h"
+#include "verdict_report.h"
 
 namespace {
 
 using namespace tool;
 namespace resp = linkward::info::resp;
-using Json = nlohmann::ordered_json;
 
-// Room for a verdict record with the longest text the library makes.
-constexpr int32_t kWholeRecord = 534;
-constexpr int32_t kRecordHead = 12;  // code, level, sub-type
+#define LINKWARD_STRING(x) #x
+#define LINKWARD_VERSION_TEXT(major, minor, patch) \
+  LINKWARD_STRING(major) "." LINKWARD_STRING(minor) "." LINKWARD_STRING(patch)
+
 // The query's fixed fields plus the longest length prefixes of the others.
 constexpr size_t kQueryOverhead = 96;
 
@@ -32,13 +34,9 @@ const char kExitStatuses[] =
     "  0  done\n"
     "  1  the output could not be written, or an internal failure\n"
     "  2  usage error: a bad option, argument or number\n"
-    "  3  the input could not be read, or is not hex\n"
+    "  3  the input could not be read, or is not hex or JSON of the message\n"
     "  4  the library refused the answer or gave no verdict, or the bytes\n"
     "     do not parse as the named message\n";
-
-std::string source_name(const std::string& path) {
-  return path == "-" ? "stdin" : path;
-}
 
 // Every subcommand's help ends with its example and a pointer to the exit
 // statuses, which the top-level help lists.
@@ -46,20 +44,32 @@ void describe(CLI::App* sub, const std::string& text) {
   sub->footer(text + "\nExit status: see linkward --help.");
 }
 
-// -o FILE: raw bytes into FILE; without it, hex on stdout.
-void add_output(CLI::App* sub, std::string& path) {
-  sub->add_option("-o,--output", path, "Write the raw bytes into FILE")
+// -o FILE and --cut N, shared by the subcommands that make bytes: raw bytes
+// into FILE; without it, hex on stdout.
+struct OutputArgs {
+  std::string path;
+  int64_t cut = -1;  // keep all
+};
+
+void add_output(CLI::App* sub, OutputArgs& out) {
+  sub->add_option("-o,--output", out.path,
+                  "Write the raw bytes into FILE (- for stdout)")
       ->type_name("FILE");
+  sub->add_option("--cut", out.cut, "Keep only the first N bytes")
+      ->type_name("N")
+      ->check(CLI::NonNegativeNumber.description(""));
 }
 
-void emit(const std::string& bytes, const std::string& path) {
-  if (path.empty())
-    write_stdout(format_hex(bytes));
+void emit(const std::string& bytes, const OutputArgs& out) {
+  const std::string kept =
+      out.cut < 0 ? bytes : bytes.substr(0, static_cast<size_t>(out.cut));
+  if (out.path.empty())
+    write_stdout(format_hex(kept));
   else
-    write_file(path, bytes);
+    write_output(out.path, kept);
 }
 
-// [FILE|-] [--hex] [--json], shared by the subcommands that read bytes.
+// [FILE|-], shared by the subcommands that read their input.
 struct InputArgs {
   std::string path = "-";
   bool hex = false, json = false;
@@ -69,6 +79,9 @@ struct InputArgs {
 void add_input(CLI::App* sub, InputArgs& in, const std::string& what) {
   in.file = sub->add_option("FILE", in.path, what + "; - or none for stdin")
                 ->type_name("");
+}
+
+void add_hex_and_json(CLI::App* sub, InputArgs& in) {
   sub->add_flag("--hex", in.hex, "Read hex text (blanks and newlines allowed)");
   sub->add_flag("--json", in.json, "Print JSON");
 }
@@ -82,11 +95,24 @@ std::string load(const InputArgs& in) {
   return in.hex ? parse_hex(bytes, source_name(in.path), kUnreadable) : bytes;
 }
 
+// --as request|answer, for the subcommands that read either message.
+void add_kind(CLI::App* sub, std::string& kind) {
+  sub->add_option("--as", kind, "Which message")
+      ->required()
+      ->type_name("request|answer")
+      ->check(CLI::IsMember({"request", "answer"}).description(""));
+}
+
+MessageKind kind_of(const std::string& kind) {
+  return kind == "request" ? MessageKind::kRequest : MessageKind::kAnswer;
+}
+
 // ---------------------------------------------------------------------------
 // request
 
 struct RequestArgs {
-  std::string url, mid, vk_hex, vk_file, out;
+  std::string url, mid, vk_hex, vk_file;
+  OutputArgs out;
 };
 
 void add_request(CLI::App& app, RequestArgs& a) {
@@ -134,7 +160,7 @@ struct AnswerArgs {
   int32_t ec = 0, level = 0, sub_type = 0;
   bool merged = false;
   std::vector<std::string> kx, bnet, values;
-  std::string out;
+  OutputArgs out;
   CLI::App* sub = nullptr;
   CLI::Option *sub_type_given, *kx_given, *bnet_given, *values_given;
 };
@@ -162,7 +188,8 @@ void add_answer(CLI::App& app, AnswerArgs& a) {
   describe(
       sub,
       "One result holding one per-hash result; the pairs in the order "
-      "given. Example:\n"
+      "given. For other\nshapes, edit what inspect --json prints and "
+      "encode it. Example:\n"
       "  linkward answer --level 60 --sub-type 10 --kx 'sc=110|ssc=11021'");
 }
 
@@ -174,7 +201,8 @@ std::pair<std::string, std::string> split_pair(const std::string& text) {
 }
 
 // The order of the pairs decides the verdict (the first bnet.info wins, the
-// last kx.info is the token list), so they keep the command line's order.
+// last kx.info before it is the token list), so they keep the command line's
+// order.
 std::vector<std::pair<std::string, std::string>> pairs_in_order(
     const AnswerArgs& a) {
   std::vector<std::pair<std::string, std::string>> pairs;
@@ -215,122 +243,33 @@ ExitStatus run_answer(const AnswerArgs& a) {
 
 struct VerdictArgs {
   InputArgs in;
-  int32_t buffer = kWholeRecord;
+  int32_t buffer = LINKWARD_RECORD_SIZE;
 };
 
 void add_verdict(CLI::App& app, VerdictArgs& a) {
   CLI::App* sub = app.add_subcommand(
       "verdict", "Show the verdict the library makes of answer bytes");
   add_input(sub, a.in, "The answer's bytes");
+  add_hex_and_json(sub, a.in);
   sub->add_option("--buffer", a.buffer,
                   "The record buffer handed to the library, 12 to 1048576 "
                   "(default 534)")
       ->type_name("N")
-      ->check(CLI::Range(kRecordHead, 1 << 20).description(""));
+      ->check(CLI::Range(LINKWARD_RECORD_HEAD_SIZE, 1 << 20).description(""));
   describe(sub,
            "Prints the verdict code (0 to 8) with the rule that chose it, the "
-           "level,\nthe sub_type and the text; or the library's refusal. "
+           "level,\nthe sub_type, the text and the per-hash result it came "
+           "from; or the library's\nrefusal; then how the bytes parsed. "
            "Examples:\n"
            "  linkward verdict capture.bin\n"
            "  linkward answer --level 70 | linkward verdict --hex");
 }
 
-// The codes are the library's interface; the labels say which rule chose them.
-const char* verdict_label(int32_t code) {
-  static const char* const kLabels[] = {
-      "level 0",
-      "level 50 without sc=101",
-      "no other rule applies",
-      "level 60, sub-type 10, no matching sub-code",
-      "level 60, sub-type 20",
-      "level 70",
-      "level 60 with sc=110 and ssc=11020 or ssc=11012",
-      "level 60 with sc=110 and ssc=11021 or ssc=11011",
-      "a bnet.info pair is present",
-  };
-  return code >= 0 && code <= 8 ? kLabels[code] : "not a verdict code";
-}
-
-const char* refusal_meaning(int32_t rc) {
-  switch (rc) {
-    case -1:
-      return "a required pointer was null";
-    case -3:
-      return "the answer carries a service error code";
-    case -4:
-      return "the answer holds no results";
-    default:
-      return "not a documented return value";
-  }
-}
-
-// What parser_proto_response said, decoded from its record.
-struct Outcome {
-  int32_t returned = 0, length = 0;
-  int32_t code = 0, level = 0, sub_type = 0;
-  bool has_text = false, cut = false;
-  std::string text;  // as far as the buffer held it
-};
-
-Outcome decide(const std::string& answer, int32_t capacity) {
-  std::vector<char> record(capacity, '\0');
-  Outcome o;
-  o.returned =
-      parser_proto_response(record.data(), &o.length, capacity, answer.data(),
-                            static_cast<int32_t>(answer.size()));
-  if (o.returned != 0 || o.length < kRecordHead) return o;
-  int32_t head[3];
-  std::memcpy(head, record.data(), sizeof head);
-  o.code = head[0];
-  o.level = head[1];
-  o.sub_type = head[2];
-  o.has_text = o.length > kRecordHead;
-  o.cut = o.length >= capacity;
-  const char* text = record.data() + kRecordHead;
-  o.text.assign(text, strnlen(text, capacity - kRecordHead));
-  return o;
-}
-
-std::string outcome_text(const Outcome& o, int32_t capacity) {
-  if (o.returned != 0)
-    return "refused: " + std::to_string(o.returned) + ", " +
-           refusal_meaning(o.returned) + "\n";
-  if (o.length == 0) return "no verdict: no result holds a per-hash result\n";
-  std::string text = "verdict: " + std::to_string(o.code) + " (" +
-                     verdict_label(o.code) + ")\n" +
-                     "level: " + std::to_string(o.level) + "\n" +
-                     "sub_type: " + std::to_string(o.sub_type) + "\n";
-  text += o.has_text ? "text: \"" + escaped(o.text) + "\"" : "text: none";
-  if (o.cut)
-    text += " (cut to fit --buffer " + std::to_string(capacity) +
-            "; the whole text is " + std::to_string(o.length - kRecordHead) +
-            " bytes)";
-  return text + "\nrecord: " + std::to_string(o.length) + " bytes\n";
-}
-
-std::string outcome_json(const Outcome& o) {
-  Json j{{"returned", o.returned}};
-  if (o.returned != 0) {
-    j["meaning"] = refusal_meaning(o.returned);
-  } else if (o.length == 0) {
-    j["record_length"] = 0;
-    j["meaning"] = "no result holds a per-hash result";
-  } else {
-    j["record_length"] = o.length;
-    j["verdict"] = o.code;
-    j["label"] = verdict_label(o.code);
-    j["level"] = o.level;
-    j["sub_type"] = o.sub_type;
-    j["text"] = o.has_text ? Json(escaped(o.text)) : Json(nullptr);
-    j["text_cut"] = o.cut;
-  }
-  return j.dump(2) + "\n";
-}
-
 ExitStatus run_verdict(const VerdictArgs& a) {
-  const Outcome o = decide(load(a.in), a.buffer);
-  write_stdout(a.in.json ? outcome_json(o) : outcome_text(o, a.buffer));
-  return o.returned == 0 && o.length > 0 ? kDone : kRefused;
+  const VerdictReport report =
+      report_verdict(load(a.in), a.buffer, a.in.json, a.in.hex);
+  write_stdout(report.shown);
+  return report.status;
 }
 
 // ---------------------------------------------------------------------------
@@ -345,36 +284,94 @@ void add_inspect(CLI::App& app, InspectArgs& a) {
   CLI::App* sub = app.add_subcommand(
       "inspect", "Show the decoded message tree of a query or an answer");
   add_input(sub, a.in, "The message's bytes");
-  sub->add_option("--as", a.kind, "What the bytes are")
-      ->required()
-      ->type_name("request|answer")
-      ->check(CLI::IsMember({"request", "answer"}).description(""));
+  add_hex_and_json(sub, a.in);
+  add_kind(sub, a.kind);
   describe(sub,
            "Shows every present field by name, bytes as escaped text, and "
            "unknown fields\nas hex with their numbers. Example:\n"
            "  linkward inspect capture.bin --as answer");
 }
 
+void note(const std::string& text) {
+  std::fprintf(stderr, "linkward: note: %s\n", text.c_str());
+}
+
 ExitStatus run_inspect(const InspectArgs& a) {
-  const MessageKind kind =
-      a.kind == "request" ? MessageKind::kRequest : MessageKind::kAnswer;
-  const Inspection shown = inspect(load(a.in), kind, a.in.json);
+  const Inspection shown = inspect(load(a.in), kind_of(a.kind), a.in.json);
   write_stdout(shown.tree);
   const std::string name = source_name(a.in.path);
   if (!shown.fault.empty())
     throw Failure(kRefused, name + ": does not parse whole as " + shown.type +
                                 ": " + shown.fault +
                                 "; shown as far as it was read");
-  if (!shown.complete)
-    std::fprintf(stderr, "linkward: note: %s lacks required fields of %s\n",
-                 name.c_str(), shown.type.c_str());
+  if (!shown.complete) note(name + " lacks required fields of " + shown.type);
+  if (!shown.canonical)
+    note(name + " is not in the form the protobuf runtime writes: encode " +
+         "gives that form, not these bytes");
+  return kDone;
+}
+
+// ---------------------------------------------------------------------------
+// encode
+
+struct EncodeArgs {
+  InputArgs in;
+  std::string kind;
+  OutputArgs out;
+};
+
+void add_encode(CLI::App& app, EncodeArgs& a) {
+  CLI::App* sub = app.add_subcommand(
+      "encode",
+      "Turn the JSON that inspect --json prints back into bytes (hex, or raw "
+      "with -o)");
+  add_input(sub, a.in, "The JSON");
+  add_kind(sub, a.kind);
+  add_output(sub, a.out);
+  describe(sub,
+           "Fields by name as inspect --json shows them, unknown fields "
+           "included. Example:\n"
+           "  linkward inspect --json capture.bin --as answer > answer.json\n"
+           "  linkward encode answer.json --as answer --cut 20 -o cut.bin");
+}
+
+ExitStatus run_encode(const EncodeArgs& a) {
+  emit(encode(load(a.in), kind_of(a.kind), source_name(a.in.path)), a.out);
   return kDone;
 }
 
 // ---------------------------------------------------------------------------
 
-std::string usage_failure(const CLI::App*, const CLI::Error& e) {
-  return std::string("linkward: ") + e.what() + " (see --help)\n";
+// How many one-letter edits turn one word into the other.
+size_t edits(const std::string& a, const std::string& b) {
+  std::vector<size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), 0);
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t above = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1,
+                         diagonal + (a[i - 1] != b[j - 1] ? 1 : 0)});
+      diagonal = above;
+    }
+  }
+  return row[b.size()];
+}
+
+// A subcommand within two edits of a word the command line did not expect.
+std::string suggestion(const CLI::App* app) {
+  if (!app->get_subcommands().empty()) return "";
+  for (const std::string& word : app->remaining())
+    for (const CLI::App* sub : app->get_subcommands({}))
+      if (edits(word, sub->get_name()) <= 2)
+        return "; did you mean '" + sub->get_name() + "'?";
+  return "";
+}
+
+std::string usage_failure(const CLI::App* app, const CLI::Error& e) {
+  return std::string("linkward: ") + e.what() + suggestion(app) +
+         " (see --help)\n";
 }
 
 }  // namespace
@@ -385,32 +382,41 @@ int main(int argc, char** argv) {
       "liblinkward.",
       "linkward"};
   app.failure_message(usage_failure);
-  app.set_version_flag("--version", std::string("linkward ") + LINKWARD_VERSION,
-                       "Print the library's version");
+  app.set_version_flag(
+      "--version",
+      std::string("linkward ") + LINKWARD_VERSION_TEXT(LINKWARD_VERSION_MAJOR,
+                                                       LINKWARD_VERSION_MINOR,
+                                                       LINKWARD_VERSION_PATCH),
+      "Print the library's version");
   app.footer(kExitStatuses);
 
   RequestArgs request;
   AnswerArgs answer;
   VerdictArgs verdict;
   InspectArgs inspection;
+  EncodeArgs encoding;
   add_request(app, request);
   add_answer(app, answer);
   add_verdict(app, verdict);
   add_inspect(app, inspection);
+  add_encode(app, encoding);
 
   try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? kDone : kUsage;
-  }
-  try {
+    try {
+      app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+      const int status = app.exit(e);
+      write_stdout("");  // where --help and --version wrote
+      return status == 0 ? kDone : kUsage;
+    }
     if (app.got_subcommand("request")) return run_request(request);
     if (app.got_subcommand("answer")) return run_answer(answer);
     if (app.got_subcommand("verdict")) return run_verdict(verdict);
     if (app.got_subcommand("inspect")) return run_inspect(inspection);
+    if (app.got_subcommand("encode")) return run_encode(encoding);
     throw Failure(kUsage,
-                  "give a subcommand: request, answer, verdict or inspect "
-                  "(see --help)");
+                  "give a subcommand: request, answer, verdict, inspect or "
+                  "encode (see --help)");
   } catch (const Failure& failure) {
     std::fprintf(stderr, "linkward: %s\n", failure.what());
     return failure.status;

@@ -1,0 +1,54 @@
+/* linkward-verdict: what the library makes of an answer the service sent,
+ * read from a file. A firmware component does the same with the bytes its
+ * transport received; the record is read with linkward.h's reader, never by
+ * offset.
+ *
+ *   linkward-verdict ANSWER_FILE    (try it on answer.bin beside this file)
+ */
+#include <stdio.h>
+
+#include "linkward.h"
+
+#if LINKWARD_VERSION < 10000
+#error "linkward 1.0 or later is needed"
+#endif
+
+int main(int argc, char** argv) {
+  static char answer[64 * 1024]; /* far more than an answer takes */
+  char record[LINKWARD_RECORD_SIZE];
+  int32_t record_len = 0, rc;
+  linkward_verdict verdict;
+  size_t size;
+  FILE* file;
+
+  if (argc != 2 || (file = fopen(argv[1], "rb")) == NULL) {
+    fprintf(stderr, "usage: linkward-verdict ANSWER_FILE\n");
+    return 2;
+  }
+  size = fread(answer, 1, sizeof answer, file);
+  if (ferror(file) || !feof(file)) {
+    fprintf(stderr, "%s: unreadable, or longer than %u bytes\n", argv[1],
+            (unsigned)sizeof answer);
+    fclose(file);
+    return 2;
+  }
+  fclose(file);
+
+  rc = parser_proto_response(record, &record_len, sizeof record, answer,
+                             (int32_t)size);
+  if (rc != 0) {
+    printf("refused: %d, %s\n", (int)rc,
+           rc == -3 ? "the service reported an error" : "no results");
+    return 1;
+  }
+  if (linkward_read_record(record, record_len, sizeof record, &verdict) != 0) {
+    printf("no verdict: no result holds a per-hash result\n");
+    return 1;
+  }
+  printf("verdict %d, level %d, sub-type %d", (int)verdict.code,
+         (int)verdict.level, (int)verdict.sub_type);
+  if (verdict.text != NULL)
+    printf(", text \"%s\"%s", verdict.text, verdict.text_cut ? " (cut)" : "");
+  printf("\n");
+  return 0;
+}
