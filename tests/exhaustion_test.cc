@@ -108,6 +108,10 @@ struct Seen {
   footprint::Heap heap{};
 };
 
+bool same_result(const Seen& a, const Seen& b) {
+  return a.rc == b.rc && a.length == b.length && a.buffer == b.buffer;
+}
+
 Seen run(const Call& call, size_t fail_at = 0) {
   Seen seen;
   seen.heap = footprint::watch_heap(
@@ -170,10 +174,7 @@ TEST(Exhaustion, AllocationFailureAtEveryStep) {
                              std::to_string(n) + " failing";
       const std::string broken =
           broken_by_failure(run(c.call, n), normal, c.record_may_stay);
-      const Seen next = run(c.call);
-      const bool next_normal = next.rc == normal.rc &&
-                               next.length == normal.length &&
-                               next.buffer == normal.buffer;
+      const bool next_normal = same_result(run(c.call), normal);
       EXPECT_EQ(broken, "") << at;
       EXPECT_TRUE(next_normal) << at << ": the next call differs";
       if (!broken.empty() || !next_normal) break;
@@ -181,14 +182,10 @@ TEST(Exhaustion, AllocationFailureAtEveryStep) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 // Each entry point on its typical input, and the answers that reach deepest,
 // on threads with 128 KiB (what the router's C library gives a new thread)
 // and 64 KiB of stack: each completes with the result it has on the main
-// thread. The bytes each reached are printed, the deepest answer's last.
+// thread. The bytes each reached are printed, the deepest answers' last.
 TEST(Stack, DeepestAnswersOnSmallStacks) {
   const std::string longest_values =
       one_pair_answer(60, "kx.info", std::string(1 << 20, 'x'));
@@ -215,15 +212,15 @@ TEST(Stack, DeepestAnswersOnSmallStacks) {
       reached = footprint::stack_bytes(
           [&] { seen.rc = call(seen.buffer.data(), &seen.length); },
           kib * 1024);
-      EXPECT_TRUE(seen.rc == expected.rc && seen.length == expected.length &&
-                  seen.buffer == expected.buffer)
+      EXPECT_TRUE(same_result(seen, expected))
           << what << " on " << kib << " KiB";
     }
     if (what.find("deepest") == std::string::npos)
       std::printf("%-40s %6zu bytes of stack\n", what.c_str(), reached);
     deepest = std::max(deepest, reached);
   }
-  std::printf("%-40s %6zu bytes of stack\n", "the deepest of all", deepest);
+  std::printf("%-40s %6zu bytes of stack\n",
+              "parser_proto_response, deepest answer", deepest);
 }
 
 }  // namespace
