@@ -56,6 +56,9 @@ Heap watch_heap(const std::function<void()>& call, size_t fail_at) {
     call();
   } catch (const std::bad_alloc&) {
     watch.heap.ran_out = true;
+  } catch (...) {
+    watch.on = false;  // the next allocations are not the call's
+    throw;
   }
   watch.on = false;
   return watch.heap;
