@@ -11,6 +11,13 @@ function(linkward_optimise_for_size target)
   set(size_build $<CONFIG:MinSizeRel>)
   target_compile_options(${target} PRIVATE
     $<${size_build}:-ffunction-sections -fdata-sections>)
+  # The runtime's checks name their source file: named from the source,
+  # build and sysroot folders rather than from the root, they take less room
+  # and do not tell where the library was built.
+  set(folders ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${LINKWARD_SYSROOT})
+  foreach(folder IN LISTS folders)
+    target_compile_options(${target} PRIVATE -fmacro-prefix-map=${folder}/=)
+  endforeach()
   target_link_options(${target} PRIVATE
     $<${size_build}:-Wl,--gc-sections -Wl,-Bsymbolic-functions>)
   check_ipo_supported(RESULT lto_supported LANGUAGES CXX)

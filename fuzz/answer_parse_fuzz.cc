@@ -14,14 +14,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   linkward::info::resp::Response ours;
   const linkward::ParseReport parse =
       linkward::parse_answer(data, length, ours);
-  require(parse.whole ? parse.offset == length && parse.fault == nullptr
-                      : parse.offset >= 0 && parse.offset < length &&
-                            parse.fault != nullptr,
+  const bool whole = parse.fault == linkward::ParseFault::kNone;
+  require(whole ? parse.offset == length && !parse.stopped
+                : parse.offset >= 0 && parse.offset < length,
           "a parse is whole, or names a fault inside the bytes");
 
   linkward::info::resp::Response runtimes;
   if (!runtimes.ParsePartialFromArray(data, length)) return 0;
-  require(parse.whole, "what the runtime reads whole, the library does too");
+  require(whole, "what the runtime reads whole, the library does too");
   require(
       ours.SerializePartialAsString() == runtimes.SerializePartialAsString(),
       "both parses give the same message");

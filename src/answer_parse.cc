@@ -11,6 +11,8 @@
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/wire_format_lite.h>
 
+#include <tuple>
+
 #include "add_element.h"
 
 namespace linkward {
@@ -22,19 +24,7 @@ using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::CodedOutputStream;
 using google::protobuf::io::StringOutputStream;
 
-// What can be wrong with an answer's bytes.
-constexpr char kZeroTag[] = "a tag of 0";
-constexpr char kPastEnd[] =
-    "a message's length past the end of the message holding it or the bytes";
-constexpr char kCutShort[] = "cut short by the end of its message or the bytes";
-constexpr char kOverlong[] = "a varint longer than ten bytes";
-constexpr char kBadLength[] = "a length above 2147483647 or negative";
-constexpr char kTooDeep[] = "nesting deeper than 100 messages";
-constexpr char kEndGroup[] = "an end-group tag with no group open";
-constexpr char kBadWireType[] = "wire type 6 or 7, which do not exist";
-constexpr char kBadUnknown[] = "an unknown field cut short or malformed";
-constexpr char kBadGroup[] =
-    "an unknown group cut short, left open or nested too deep";
+using Fault = ParseFault;
 
 constexpr int kVarintBytes = 10;   // the most a varint may take
 constexpr int kVarint32Bytes = 5;  // the most a 32-bit value takes
@@ -63,8 +53,9 @@ class Reader {
   bool merge(M& message);
 
   ParseReport report() const {
-    if (fault_ == nullptr) return {true, size_, nullptr};
-    return {false, fault_offset_, fault_};
+    if (stop_.what != Fault::kNone) return {true, stop_.offset, stop_.what};
+    if (reach_.what != Fault::kNone) return {false, reach_.offset, reach_.what};
+    return {false, size_, Fault::kNone};
   }
 
   // A string or bytes field is present from the moment its read starts, and
@@ -82,111 +73,128 @@ class Reader {
       return in_.Skip(static_cast<int>(length));
     }
     if (in_.ReadString(value, static_cast<int>(length))) return true;
-    return stop(static_cast<int>(length) < 0 ? kBadLength : kCutShort);
+    return stop(static_cast<int>(length) < 0 ? Fault::kBadLength : cut_short());
   }
 
   // A number read that fails still marks the field present, with the value
   // it had before.
   template <class M>
   bool int32(M& message, int32_t (M::*get)() const, void (M::*set)(int32_t)) {
-    uint32_t value;
-    if (in_.ReadVarint32(&value)) {
-      (message.*set)(static_cast<int32_t>(value));
-      return true;
-    }
-    (message.*set)((message.*get)());
-    return stop(value_fault());
+    uint64_t value = static_cast<uint32_t>((message.*get)());
+    const bool read = varint(value);
+    (message.*set)(static_cast<int32_t>(value));
+    return read;
   }
 
   template <class M>
   bool boolean(M& message, bool (M::*get)() const, void (M::*set)(bool)) {
-    uint64_t value;
-    if (in_.ReadVarint64(&value)) {
-      (message.*set)(value != 0);
-      return true;
-    }
-    (message.*set)((message.*get)());
-    return stop(value_fault());
+    uint64_t value = (message.*get)();
+    const bool read = varint(value);
+    (message.*set)(value != 0);
+    return read;
   }
 
   // A value outside the enumeration leaves the field as it was and is kept
-  // among the unknown fields as its key and its low 32 bits, at most five
-  // bytes however long it arrived.
+  // among the unknown fields.
   template <class M, class E>
   bool enumeration(M& message, uint32_t key, bool (*valid)(int),
                    void (M::*set)(E)) {
-    uint32_t value;
-    if (!in_.ReadVarint32(&value)) return stop(value_fault());
-    if (valid(static_cast<int>(value))) {
+    uint64_t value;
+    if (!varint(value)) return false;
+    if (valid(static_cast<int32_t>(value)))
       (message.*set)(static_cast<E>(value));
-    } else {
-      uint8_t record[2 * kVarint32Bytes];
-      uint8_t* end = CodedOutputStream::WriteVarint32ToArray(key, record);
-      end = CodedOutputStream::WriteVarint32ToArray(value, end);
-      message.mutable_unknown_fields()->append(
-          reinterpret_cast<const char*>(record), end - record);
-    }
+    else
+      keep_unknown(message.mutable_unknown_fields(), key, value);
     return true;
   }
 
   // The child is present, or appended, before its length is read, and stays
-  // when its bytes fail. Its bytes never reach past the message that holds
-  // it, and the runtime's recursion budget bounds the nesting.
+  // when its bytes fail.
   template <class M>
   bool message(M* child) {
-    int length;
-    if (!in_.ReadVarintSizeAsInt(&length)) return stop(value_fault(kBadLength));
-    const void* there;
-    int left;  // up to the limit of the message around it, or the end
-    in_.GetDirectBufferPointerInline(&there, &left);
-    if (length > left) note(kPastEnd);
-    const auto [outer_limit, budget] =
-        in_.IncrementRecursionDepthAndPushLimit(length);
-    if (budget < 0) return stop(kTooDeep);
-    if (!merge(*child)) return false;
-    // A child that ended on a tag of 0 has said so already.
-    return in_.DecrementRecursionDepthAndPopLimit(outer_limit) ||
-           stop(kZeroTag);
+    int outer_limit;
+    return enter(outer_limit) && merge(*child) && leave(outer_limit);
   }
 
   // Any other key, a known number under a wire type not its own included,
   // goes whole, key and payload, into the message's unknown fields.
-  template <class M>
-  bool skip(M& message, uint32_t key) {
-    StringOutputStream out(message.mutable_unknown_fields());
-    CodedOutputStream unknown(&out, false);
-    if (WireFormatLite::SkipField(&in_, key, &unknown)) return true;
-    switch (WireFormatLite::GetTagWireType(key)) {
-      case WireFormatLite::WIRETYPE_START_GROUP:
-        return stop(kBadGroup);
-      case WireFormatLite::WIRETYPE_END_GROUP:
-        return stop(kEndGroup);
-      case WireFormatLite::WIRETYPE_VARINT:
-      case WireFormatLite::WIRETYPE_FIXED64:
-      case WireFormatLite::WIRETYPE_LENGTH_DELIMITED:
-      case WireFormatLite::WIRETYPE_FIXED32:
-        return stop(kBadUnknown);
-      default:
-        return stop(kBadWireType);
-    }
-  }
+  [[gnu::cold]] bool skip(std::string* unknown_fields, uint32_t key);
 
  private:
-  void note(const char* fault) {
-    if (fault_ == nullptr) {
-      fault_ = fault;
-      fault_offset_ = field_start_;
-    }
+  // Its low 32 bits are the value of an int32 or an enumeration, however
+  // long the varint; `value` is left as it was when the read fails.
+  bool varint(uint64_t& value) {
+    uint64_t read;
+    if (!in_.ReadVarint64(&read)) return stop(value_fault());
+    value = read;
+    return true;
   }
 
-  bool stop(const char* fault) {
-    note(fault);
+  // The key and the value's low 32 bits, at most five bytes however long the
+  // value arrived.
+  [[gnu::cold]] static void keep_unknown(std::string* unknown_fields,
+                                         uint32_t key, uint64_t value) {
+    uint8_t record[2 * kVarint32Bytes];
+    uint8_t* end = CodedOutputStream::WriteVarint32ToArray(key, record);
+    end = CodedOutputStream::WriteVarint32ToArray(static_cast<uint32_t>(value),
+                                                  end);
+    unknown_fields->append(reinterpret_cast<const char*>(record), end - record);
+  }
+
+  // A nested message's bytes never reach past the message that holds it,
+  // and the runtime's recursion budget bounds the nesting.
+  bool enter(int& outer_limit) {
+    int length;
+    if (!in_.ReadVarintSizeAsInt(&length))
+      return stop(value_fault(Fault::kBadLength));
+    const void* there;
+    int left;  // up to the limit of the message around it, or the end
+    in_.GetDirectBufferPointerInline(&there, &left);
+    if (length > left)
+      record(reach_,
+             left < bytes_left() ? Fault::kPastMessage : Fault::kPastBytes);
+    int budget;
+    std::tie(outer_limit, budget) =
+        in_.IncrementRecursionDepthAndPushLimit(length);
+    return budget >= 0 || stop(Fault::kTooDeep);
+  }
+
+  // A child that ended on a tag of 0 has said so already.
+  bool leave(int outer_limit) {
+    return in_.DecrementRecursionDepthAndPopLimit(outer_limit) ||
+           stop(Fault::kZeroTag);
+  }
+
+  struct Found {
+    int offset = 0;
+    Fault what = Fault::kNone;
+  };
+
+  // The first of each kind counts: the messages around a stop stop because
+  // it did.
+  void record(Found& found, Fault what) {
+    if (found.what != Fault::kNone) return;
+    found.what = what;
+    found.offset = field_start_;
+  }
+
+  [[gnu::cold]] bool stop(Fault what) {
+    record(stop_, what);
     return false;
+  }
+
+  int bytes_left() const { return size_ - in_.CurrentPosition(); }
+
+  // Which end a read ran into: the current message's, or the bytes'.
+  Fault cut_short() const {
+    const int left = in_.BytesUntilLimit();
+    return left >= 0 && left < bytes_left() ? Fault::kCutByMessage
+                                            : Fault::kCutByBytes;
   }
 
   // Why the varint after the current field's key could not be read. Found
   // only once a read failed, since a failed read may have moved on.
-  const char* value_fault(const char* refused = kCutShort) {
+  [[gnu::cold]] Fault value_fault(Fault refused = Fault::kOverlong) {
     int value = field_start_;
     while (bytes_[value] & 0x80) ++value;  // the key was read whole
     return varint_fault(value + 1, refused);
@@ -195,12 +203,12 @@ class Reader {
   // Why the varint at `start` could not be read: it runs into the end of its
   // message or of the bytes, it is longer than ten bytes, or it is whole and
   // its value was refused (`refused`).
-  const char* varint_fault(int start, const char* refused = kCutShort) {
+  [[gnu::cold]] Fault varint_fault(int start, Fault refused) {
     const int left = in_.BytesUntilLimit();
     const int end = left < 0 ? size_ : in_.CurrentPosition() + left;
     for (int i = start;; ++i) {
-      if (i - start == kVarintBytes) return kOverlong;
-      if (i >= end) return kCutShort;
+      if (i - start == kVarintBytes) return Fault::kOverlong;
+      if (i >= end) return cut_short();
       if ((bytes_[i] & 0x80) == 0) return refused;
     }
   }
@@ -209,8 +217,8 @@ class Reader {
   int size_;
   CodedInputStream in_;
   int field_start_ = 0;
-  int fault_offset_ = 0;
-  const char* fault_ = nullptr;
+  Found stop_;   // where the parse stopped
+  Found reach_;  // the first length that reached too far
 };
 
 // ---------------------------------------------------------------------------
@@ -226,7 +234,7 @@ bool read_field(Reader& r, info::StringPair& m, uint32_t key) {
     case length_key(M::kValueFieldNumber):
       return r.bytes(m.mutable_value());
     default:
-      return r.skip(m, key);
+      return r.skip(m.mutable_unknown_fields(), key);
   }
 }
 
@@ -246,7 +254,7 @@ bool read_field(Reader& r, info::LeakCount& m, uint32_t key) {
     case varint_key(M::kTamperFieldNumber):
       return r.boolean(m, &M::tamper, &M::set_tamper);
     default:
-      return r.skip(m, key);
+      return r.skip(m.mutable_unknown_fields(), key);
   }
 }
 
@@ -260,7 +268,7 @@ bool read_field(Reader& r, info::WebScanResult& m, uint32_t key) {
     case varint_key(M::kTamperFieldNumber):
       return r.boolean(m, &M::tamper, &M::set_tamper);
     default:
-      return r.skip(m, key);
+      return r.skip(m.mutable_unknown_fields(), key);
   }
 }
 
@@ -286,7 +294,7 @@ bool read_field(Reader& r, resp::MD5Result& m, uint32_t key) {
     case length_key(M::kWebscanResultFieldNumber):
       return r.message(m.mutable_webscan_result());
     default:
-      return r.skip(m, key);
+      return r.skip(m.mutable_unknown_fields(), key);
   }
 }
 
@@ -304,7 +312,7 @@ bool read_field(Reader& r, resp::Result& m, uint32_t key) {
     case length_key(M::kExtsFieldNumber):
       return r.message(add_element(m.mutable_exts()));
     default:
-      return r.skip(m, key);
+      return r.skip(m.mutable_unknown_fields(), key);
   }
 }
 
@@ -319,7 +327,7 @@ bool read_field(Reader& r, resp::Response& m, uint32_t key) {
     case length_key(M::kPackageExtsFieldNumber):
       return r.message(add_element(m.mutable_package_exts()));
     default:
-      return r.skip(m, key);
+      return r.skip(m.mutable_unknown_fields(), key);
   }
 }
 
@@ -336,10 +344,29 @@ bool Reader::merge(M& message) {
       // long: the message ends either way, and the caller's limit test tells
       // the two apart.
       if (!in_.ConsumedEntireMessage())
-        note(varint_fault(field_start_, kZeroTag));
+        record(stop_, varint_fault(field_start_, Fault::kZeroTag));
       return true;
     }
     if (!read_field(*this, message, key)) return false;
+  }
+}
+
+bool Reader::skip(std::string* unknown_fields, uint32_t key) {
+  StringOutputStream out(unknown_fields);
+  CodedOutputStream unknown(&out, false);
+  if (WireFormatLite::SkipField(&in_, key, &unknown)) return true;
+  switch (WireFormatLite::GetTagWireType(key)) {
+    case WireFormatLite::WIRETYPE_START_GROUP:
+      return stop(Fault::kBadGroup);
+    case WireFormatLite::WIRETYPE_END_GROUP:
+      return stop(Fault::kEndGroup);
+    case WireFormatLite::WIRETYPE_VARINT:
+    case WireFormatLite::WIRETYPE_FIXED64:
+    case WireFormatLite::WIRETYPE_LENGTH_DELIMITED:
+    case WireFormatLite::WIRETYPE_FIXED32:
+      return stop(Fault::kBadUnknown);
+    default:
+      return stop(Fault::kBadWireType);
   }
 }
 

@@ -18,8 +18,6 @@ namespace resp = linkward::info::resp;
 
 namespace {
 
-constexpr int kWhole = -1;
-
 struct Malformed {
   const char* what;
   std::string bytes;
@@ -27,7 +25,10 @@ struct Malformed {
   int32_t length;  // the record's, 0 for none
   int32_t code;
   const char* text;
-  int fault_at;  // the first fault's byte, or kWhole
+  // "whole"; or "stops at N", N the byte of the field where the parse
+  // stopped; or "reaches past at N", N where a message's length first
+  // reached past the message holding it or the bytes, the parse reading on.
+  const char* parse;
 };
 
 // One result whose per-hash result has level 70 and, after it, `tail`
@@ -47,79 +48,86 @@ std::vector<Malformed> malformed() {
   return {
       // Lengths that reach past the message holding them, at each level.
       {"a result past the bytes", hex("08 00 12 7f 10 01 22 02 10 46"), 0, 12,
-       5, "", 2},
+       5, "", "reaches past at 2"},
       {"a per-hash result past its result: the pair after is not its own",
        hex("08 00 12 06 10 01 22 0f 10 00 42 0b 0a 09 62 6e 65 74 2e 69 6e 66 "
            "6f"),
-       0, 12, 0, "", 6},
+       0, 12, 0, "", "reaches past at 6"},
       {"a pair past its per-hash result: the value after is not its own",
        hex("08 00 12 16 10 01 22 0d 10 32 42 0c 0a 07 6b 78 2e 69 6e 66 6f 12 "
            "03 73 63 3d"),
-       0, 12, 1, "", 10},
+       0, 12, 1, "", "reaches past at 10"},
       {"a leak count past its web-scan result",
        hex("08 00 12 0c 10 01 22 08 10 46 4a 04 0a 05 08 01"), 0, 12, 5, "",
-       12},
+       "reaches past at 12"},
       // Values cut short keep the bytes that arrived.
       {"a kx.info value cut by the end of the bytes",
        hex("08 00 12 7f 10 01 22 7f 10 32 42 7f 0a 07 6b 78 2e 69 6e 66 6f 12 "
            "64 73 63 3d 31 30 31"),
-       0, 26, 2, "kx.info=sc=101", 2},
+       0, 26, 2, "kx.info=sc=101", "stops at 21"},
       {"a kx.info value cut by the end of its pair",
        hex("08 00 12 19 10 01 22 15 10 32 42 11 0a 07 6b 78 2e 69 6e 66 6f 12 "
            "64 73 63 3d 31 30 31"),
-       0, 26, 2, "kx.info=sc=101", 21},
+       0, 26, 2, "kx.info=sc=101", "stops at 21"},
       {"a key cut short is not kx.info",
        hex("08 00 12 10 10 01 22 0c 10 32 42 08 0a 07 6b 78 2e 69 6e 66"), 0,
-       12, 1, "", 12},
+       12, 1, "", "stops at 12"},
       {"an md5 cut short swallows the level after it",
-       hex("08 00 12 09 10 01 22 05 0a 10 61 10 46"), 0, 12, 0, "", 8},
+       hex("08 00 12 09 10 01 22 05 0a 10 61 10 46"), 0, 12, 0, "",
+       "stops at 8"},
       {"a key of the answer's own pairs cut after the result",
-       hex(kLevel70Result + " 1a 04 0a 07 6b 78"), 0, 12, 5, "", 10},
+       hex(kLevel70Result + " 1a 04 0a 07 6b 78"), 0, 12, 5, "", "stops at 10"},
       {"a number cut short",
-       hex("08 00 12 06 10 01 22 02 10 46 12 03 22 01 10"), 0, 12, 5, "", 14},
+       hex("08 00 12 06 10 01 22 02 10 46 12 03 22 01 10"), 0, 12, 5, "",
+       "stops at 14"},
       // Keys: ten bytes at most, the low 32 bits count.
       {"the error code's key in six bytes", hex("88 80 80 80 80 00 05"), -3, 0,
-       0, "", kWhole},
+       0, "", "whole"},
       {"a result's id under a ten-byte key",
        hex("08 00 12 0f 90 80 80 80 80 80 80 80 80 00 01 22 02 10 46"), 0, 12,
-       5, "", kWhole},
+       5, "", "whole"},
       {"a key of eleven bytes ends the answer",
        hex(kLevel70Result + " 80 80 80 80 80 80 80 80 80 80 01"), 0, 12, 5, "",
-       8},
-      {"a key cut short", hex(kLevel70Result + " 88"), 0, 12, 5, "", 8},
+       "stops at 8"},
+      {"a key cut short", hex(kLevel70Result + " 88"), 0, 12, 5, "",
+       "stops at 8"},
       // Keys that end or stop a message.
       {"a tag of 0 ends a per-hash result early",
-       hex("08 00 12 07 10 01 22 03 00 10 46"), 0, 12, 0, "", 8},
+       hex("08 00 12 07 10 01 22 03 00 10 46"), 0, 12, 0, "", "stops at 8"},
       {"a tag of 0 ends the answer before its results",
-       hex("08 00 00 " + kLevel70Result), -4, 0, 0, "", 2},
+       hex("08 00 00 " + kLevel70Result), -4, 0, 0, "", "stops at 2"},
       {"an end-group key stops a per-hash result before its sub-type",
-       hex("08 00 12 09 10 01 22 05 10 3c 0c 28 0a"), 0, 12, 2, "", 10},
+       hex("08 00 12 09 10 01 22 05 10 3c 0c 28 0a"), 0, 12, 2, "",
+       "stops at 10"},
       {"a wire type that does not exist", hex(kLevel70Result + " 0e 01"), 0, 12,
-       5, "", 8},
+       5, "", "stops at 8"},
       // Lengths a 32-bit count cannot hold.
       {"a result of 2^31-1 bytes is read up to the end",
-       hex("08 00 12 ff ff ff ff 07 10 01 22 02 10 46"), 0, 12, 5, "", 2},
+       hex("08 00 12 ff ff ff ff 07 10 01 22 02 10 46"), 0, 12, 5, "",
+       "reaches past at 2"},
       {"a result of 2^32-1 bytes is refused and stays empty",
-       hex("08 00 12 ff ff ff ff 0f 10 01 22 02 10 46"), 0, 0, 0, "", 2},
+       hex("08 00 12 ff ff ff ff 0f 10 01 22 02 10 46"), 0, 0, 0, "",
+       "stops at 2"},
       {"a result of 2^64-1 bytes is refused and stays empty",
        hex("08 00 12 ff ff ff ff ff ff ff ff ff 01 10 01 22 02 10 46"), 0, 0, 0,
-       "", 2},
+       "", "stops at 2"},
       {"a kx.info value of 2^32-1 bytes is negative and stays empty",
        hex("08 00 12 17 10 01 22 13 10 32 42 0f 0a 07 6b 78 2e 69 6e 66 6f 12 "
            "ff ff ff ff 0f"),
-       0, 12, 1, "", 21},
+       0, 12, 1, "", "stops at 21"},
       // Nesting: 100 levels are followed, the 101st stops the parse.
       {"groups 100 deep before a result", groups(100) + hex(kLevel70Result), 0,
-       12, 5, "", kWhole},
+       12, 5, "", "whole"},
       {"groups 101 deep before a result", groups(101) + hex(kLevel70Result), -4,
-       0, 0, "", 0},
+       0, 0, "", "stops at 0"},
       // A per-hash result is two messages deep: 98 levels are left in it.
       {"groups 98 deep after the level", level_70_then(groups(98)), 0, 12, 5,
-       "", kWhole},
+       "", "whole"},
       {"groups 99 deep after the level", level_70_then(groups(99)), 0, 12, 5,
-       "", 8},
+       "", "stops at 8"},
       {"a tag of 0 in a pair stops the parse: the next result is not read",
-       hex("08 00 12 04 2a 02 00 00 " + kLevel70Result), 0, 0, 0, "", 6},
+       hex("08 00 12 04 2a 02 00 00 " + kLevel70Result), 0, 0, 0, "",
+       "stops at 6"},
   };
 }
 
@@ -138,7 +146,11 @@ TEST(AnswerParse, CutAndMalformedAnswers) {
     resp::Response response;
     const linkward::ParseReport report = linkward::parse_answer(
         m.bytes.data(), static_cast<int>(m.bytes.size()), response);
-    EXPECT_EQ(report.whole ? kWhole : report.offset, m.fault_at) << m.what;
+    const std::string parsed =
+        report.fault == linkward::ParseFault::kNone ? "whole"
+        : report.stopped ? "stops at " + std::to_string(report.offset)
+                         : "reaches past at " + std::to_string(report.offset);
+    EXPECT_EQ(parsed, m.parse) << m.what;
   }
 }
 

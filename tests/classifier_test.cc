@@ -1,5 +1,5 @@
-// The verdict of one per-hash result: token membership, the decision table
-// and the record in the caller's buffer.
+// The verdict of one per-hash result: token membership, the decision table,
+// the scan of the pairs, and the record in the caller's buffer.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "kx_response.pb.h"
@@ -18,17 +17,19 @@ namespace resp = linkward::info::resp;
 
 namespace {
 
-using Pairs = std::vector<std::pair<std::string, std::string>>;
-
+// "key=value;key=value": the pairs in order, each split at its first '='.
 resp::MD5Result make_result(int32_t level, int32_t sub_type,
-                            const Pairs& values = {}) {
+                            const std::string& pairs = "") {
   resp::MD5Result result;
   result.set_level(level);
   result.set_sub_type(sub_type);
-  for (const auto& [key, value] : values) {
+  for (size_t at = 0; at < pairs.size();) {
+    const size_t end = std::min(pairs.find(';', at), pairs.size());
+    const size_t equals = pairs.find('=', at);
     auto* pair = result.add_values();
-    pair->set_key(key);
-    pair->set_value(value);
+    pair->set_key(pairs.substr(at, equals - at));
+    pair->set_value(pairs.substr(equals + 1, end - equals - 1));
+    at = end + 1;
   }
   return result;
 }
@@ -51,15 +52,11 @@ Record classify(const resp::MD5Result& result, int capacity = 534) {
   return r;
 }
 
-int32_t code_of(int32_t level, int32_t sub_type, const std::string& kx) {
-  return classify(make_result(level, sub_type, {{"kx.info", kx}})).code;
-}
-
 TEST(HasValue, MatchesWholeMembersOnly) {
-  struct Case {
+  const struct {
     const char* list;
     const char* token;
-    int expected;
+    int member;
   } cases[] = {
       {"a", "a", 1},
       {"ba|a", "a", 1},
@@ -72,183 +69,129 @@ TEST(HasValue, MatchesWholeMembersOnly) {
       {"sc=110|ssc=11020", "sc=110", 1},
       {"a| sc=110", "sc=110", 0},
       {"SC=110", "sc=110", 0},
-      {"aa|a", "aa", 1},
       // The search resumes after a whole false hit: "aaa" is found at 0
-      // (not a member), then at 3, where it is.
+      // (not a member), then at 5, where it is.
       {"aaaa|aaa", "aaa", 1},
       {"xaaaa", "aa", 0},
+      {"xa|a|a", "a|a", 0},  // the hit at 3 overlaps the false one at 1
+      {nullptr, "a", 0},
+      {"a", nullptr, 0},
+      {"", "", 1},
+      {"|a", "", 1},
   };
-  for (const Case& c : cases)
-    EXPECT_EQ(has_value(c.list, c.token), c.expected)
-        << c.list << " / " << c.token;
-  EXPECT_EQ(has_value(nullptr, "a"), 0);
-  EXPECT_EQ(has_value("a", nullptr), 0);
-  EXPECT_EQ(has_value("", ""), 1);
-  EXPECT_EQ(has_value("|a", ""), 1);
+  for (const auto& c : cases)
+    EXPECT_EQ(has_value(c.list, c.token), c.member)
+        << (c.list ? c.list : "null") << " / " << (c.token ? c.token : "null");
 }
 
-TEST(Verdict, DecisionTable) {
-  struct Row {
+// The code and the record's text of one per-hash result.
+TEST(Verdict, DecisionTableAndPairs) {
+  const struct {
     int32_t level, sub_type;
-    const char* kx;
+    const char* pairs;
     int32_t code;
+    const char* text;
   } rows[] = {
-      {0, 0, "", 0},
-      {0, 77, "sc=101", 0},
-      {50, 0, "", 1},
-      {50, 0, "sc=101", 2},
-      {50, 0, "xsc=101", 1},
-      {50, 3, "a|sc=101|b", 2},
-      {49, 0, "", 2},
-      {1, 0, "", 2},
-      {-1, 0, "", 2},
-      {-2147483647 - 1, 0, "", 2},
-      {51, 0, "", 2},
-      {61, 10, "sc=110|ssc=11020", 2},
-      {71, 0, "", 2},
-      {70, 10, "sc=110|ssc=11020", 5},
-      {70, 0, "", 5},
-      {2147483647, 0, "", 2},
-      // level 60, sub-type 10: 1102x sub-codes, falls back to 3
-      {60, 10, "sc=110|ssc=11021", 7},
-      {60, 10, "sc=110|ssc=11020|ssc=11021", 6},
-      {60, 10, "ssc=11021|ssc=11020|sc=110", 6},
-      {60, 10, "ssc=11020", 3},
-      {60, 10, "sc=110", 3},
-      {60, 10, "", 3},
-      {60, 10, "sc=110|ssc=11012", 3},
-      // level 60, sub-type 30: 1101x sub-codes, falls back to 2
-      {60, 30, "sc=110|ssc=11011", 7},
-      {60, 30, "sc=110|ssc=11011|ssc=11012", 6},
-      {60, 30, "ssc=11012", 2},
-      {60, 30, "sc=110", 2},
-      {60, 30, "sc=110|ssc=11020", 2},
-      {60, 20, "", 4},
-      {60, 20, "sc=110|ssc=11020", 4},
-      {60, 0, "sc=110|ssc=11020", 2},
-      {60, 40, "", 2},
-      {60, -10, "", 2},
+      {0, 0, "", 0, ""},
+      {0, 77, "kx.info=sc=101", 0, "kx.info=sc=101"},
+      {50, 0, "", 1, ""},
+      {50, 0, "kx.info=sc=101", 2, "kx.info=sc=101"},
+      {50, 0, "kx.info=xsc=101", 1, "kx.info=xsc=101"},
+      {50, 3, "kx.info=a|sc=101|b", 2, "kx.info=a|sc=101|b"},
+      {49, 0, "", 2, ""},
+      {1, 0, "", 2, ""},
+      {-1, 0, "", 2, ""},
+      {INT32_MIN, 0, "", 2, ""},
+      {51, 0, "", 2, ""},
+      {61, 10, "kx.info=sc=110|ssc=11020", 2, "kx.info=sc=110|ssc=11020"},
+      {71, 0, "", 2, ""},
+      {70, 10, "kx.info=sc=110|ssc=11020", 5, "kx.info=sc=110|ssc=11020"},
+      {INT32_MAX, 0, "", 2, ""},
+      // Level 60, sub-type 10: the 1102x sub-codes, 11020 first, else 3.
+      {60, 10, "kx.info=sc=110|ssc=11021", 7, "kx.info=sc=110|ssc=11021"},
+      {60, 10, "kx.info=ssc=11021|ssc=11020|sc=110", 6,
+       "kx.info=ssc=11021|ssc=11020|sc=110"},
+      {60, 10, "kx.info=ssc=11020", 3, "kx.info=ssc=11020"},
+      {60, 10, "kx.info=sc=110", 3, "kx.info=sc=110"},
+      {60, 10, "", 3, ""},
+      {60, 10, "kx.info=sc=110|ssc=11012", 3, "kx.info=sc=110|ssc=11012"},
+      // Level 60, sub-type 30: the 1101x sub-codes, 11012 first, else 2.
+      {60, 30, "kx.info=sc=110|ssc=11011", 7, "kx.info=sc=110|ssc=11011"},
+      {60, 30, "kx.info=sc=110|ssc=11011|ssc=11012", 6,
+       "kx.info=sc=110|ssc=11011|ssc=11012"},
+      {60, 30, "kx.info=ssc=11012", 2, "kx.info=ssc=11012"},
+      {60, 30, "kx.info=sc=110", 2, "kx.info=sc=110"},
+      {60, 30, "kx.info=sc=110|ssc=11020", 2, "kx.info=sc=110|ssc=11020"},
+      {60, 20, "", 4, ""},
+      {60, 0, "kx.info=sc=110|ssc=11020", 2, "kx.info=sc=110|ssc=11020"},
+      {60, 40, "", 2, ""},
+      {60, -10, "", 2, ""},
+      // The first bnet.info decides, whatever the level, and ends the scan.
+      {70, 20, "kx.info=k1;bnet.info=first;kx.info=k2;bnet.info=second", 8,
+       "bnet.info=first"},
+      // An empty bnet.info value still decides; the list read before it is
+      // the text.
+      {0, 0, "kx.info=abc;bnet.info=", 8, "kx.info=abc"},
+      {0, 0, "bnet.info=", 8, ""},
+      // Keys match exactly.
+      {0, 0, "bnet.info =x;BNET.INFO=x;bnet.infoo=x;bnet.inf=x;kx.inf=x", 0,
+       ""},
+      // The last kx.info is the list; a later, shorter or empty one
+      // replaces an earlier one whole.
+      {60, 10, "kx.info=sc=110|ssc=11020;other=sc=101;kx.info=sc=110|ssc=11021",
+       7, "kx.info=sc=110|ssc=11021"},
+      {60, 10, "kx.info=sc=110|ssc=11020;kx.info=sc", 3, "kx.info=sc"},
+      {50, 0, "kx.info=sc=101;kx.info=", 1, ""},
   };
-  for (const Row& row : rows)
-    EXPECT_EQ(code_of(row.level, row.sub_type, row.kx), row.code)
-        << row.level << "/" << row.sub_type << " " << row.kx;
-}
-
-TEST(Verdict, BnetInfoDecidesAndStopsTheScan) {
-  Record r = classify(make_result(70, 20,
-                                  {{"kx.info", "k1"},
-                                   {"bnet.info", "first"},
-                                   {"kx.info", "k2"},
-                                   {"bnet.info", "second"}}));
-  EXPECT_EQ(r.code, 8);
-  EXPECT_EQ(r.level, 70);
-  EXPECT_EQ(r.sub_type, 20);
-  EXPECT_EQ(r.text, "bnet.info=first");
-  EXPECT_EQ(r.length, 12 + 15);
-
-  // An empty bnet value still gives 8; the kx text read before it is shown.
-  r = classify(make_result(0, 0, {{"kx.info", "abc"}, {"bnet.info", ""}}));
-  EXPECT_EQ(r.code, 8);
-  EXPECT_EQ(r.text, "kx.info=abc");
-
-  r = classify(make_result(0, 0, {{"bnet.info", ""}}));
-  EXPECT_EQ(r.code, 8);
-  EXPECT_EQ(r.length, 12);
-}
-
-TEST(Verdict, KeysMatchExactly) {
-  for (const char* key :
-       {"bnet.info ", "BNET.INFO", "bnet.infoo", "bnet.inf"}) {
-    Record r = classify(make_result(0, 0, {{key, "x"}}));
-    EXPECT_EQ(r.code, 0) << key;
-    EXPECT_EQ(r.length, 12) << key;
+  for (const auto& row : rows) {
+    const Record r = classify(make_result(row.level, row.sub_type, row.pairs));
+    const std::string what = std::to_string(row.level) + "/" +
+                             std::to_string(row.sub_type) + " " + row.pairs;
+    EXPECT_EQ(r.code, row.code) << what;
+    EXPECT_EQ(r.level, row.level) << what;
+    EXPECT_EQ(r.sub_type, row.sub_type) << what;
+    EXPECT_EQ(r.text, row.text) << what;
+    EXPECT_EQ(r.length, 12 + static_cast<int>(r.text.size())) << what;
+    EXPECT_TRUE(!r.text.empty() || untouched_from(r.buffer, 12)) << what;
   }
-  resp::MD5Result nul_key = make_result(0, 0);
-  auto* pair = nul_key.add_values();
-  pair->set_key(std::string("bnet.info\0", 10));
-  pair->set_value("x");
-  EXPECT_EQ(classify(nul_key).code, 0);
 }
 
-TEST(Verdict, TheLastKxInfoIsTheList) {
-  Record r = classify(make_result(60, 10,
-                                  {{"kx.info", "sc=110|ssc=11020"},
-                                   {"other", "sc=101"},
-                                   {"kx.info", "sc=110|ssc=11021"}}));
-  EXPECT_EQ(r.code, 7);
-  EXPECT_EQ(r.text, "kx.info=sc=110|ssc=11021");
-
-  // A later, shorter or empty value replaces the earlier one completely.
-  r = classify(make_result(
-      60, 10, {{"kx.info", "sc=110|ssc=11020"}, {"kx.info", "sc"}}));
-  EXPECT_EQ(r.code, 3);
-  EXPECT_EQ(r.text, "kx.info=sc");
-  r = classify(make_result(50, 0, {{"kx.info", "sc=101"}, {"kx.info", ""}}));
-  EXPECT_EQ(r.code, 1);
-  EXPECT_EQ(r.length, 12);
-}
-
-TEST(Verdict, ValuesAreCutAtZeroByteAnd511Bytes) {
-  Record r =
-      classify(make_result(50, 0, {{"kx.info", std::string("ab\0sc=101", 9)}}));
+TEST(Verdict, ValuesAreCutAtTheirZeroByteAnd511Bytes) {
+  resp::MD5Result result = make_result(50, 0);
+  auto* pair = result.add_values();
+  pair->set_key("kx.info");
+  pair->set_value(std::string("ab\0sc=101", 9));
+  pair = result.add_values();
+  pair->set_key(std::string("bnet.info\0", 10));  // not bnet.info
+  Record r = classify(result);
   EXPECT_EQ(r.code, 1);
   EXPECT_EQ(r.text, "kx.info=ab");
 
-  const std::string long_value = std::string(505, 'x') + "|sc=101";  // 512
-  r = classify(make_result(50, 0, {{"kx.info", long_value}}));
-  EXPECT_EQ(r.text, "kx.info=" + long_value.substr(0, 511));
+  const std::string long_list = std::string(505, 'x') + "|sc=101";  // 512
+  r = classify(make_result(50, 0, "kx.info=" + long_list));
+  EXPECT_EQ(r.text, "kx.info=" + long_list.substr(0, 511));
   EXPECT_EQ(r.code, 1);  // the member was cut to "sc=10"
-  EXPECT_EQ(r.length, 12 + 8 + 511);
 
-  r = classify(make_result(0, 0, {{"bnet.info", std::string(600, 'b')}}));
+  r = classify(make_result(0, 0, "bnet.info=" + std::string(600, 'b')));
   EXPECT_EQ(r.length, 12 + 10 + 511);
-  EXPECT_EQ(r.text, "bnet.info=" + std::string(511, 'b'));
-  EXPECT_EQ(r.buffer[533], '\0');
+  EXPECT_EQ(r.buffer[533], '\0');  // 534 bytes hold the longest record
 }
 
-TEST(Record, HeadIsNativeAndNothingElseIsWrittenWithoutText) {
-  resp::MD5Result empty;
-  Record r = classify(empty);
-  EXPECT_EQ(r.length, 12);
-  EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.level, 0);
-  EXPECT_EQ(r.sub_type, 0);
-  EXPECT_TRUE(untouched_from(r.buffer, 12));
-
-  r = classify(make_result(-5, 0x01020304));
+TEST(Record, TheHeadIsNativeAndAlwaysWritten) {
+  const Record r = classify(make_result(-5, 0x01020304), 12);
   const unsigned char little_endian[] = {2,    0,    0, 0, 0xfb, 0xff,
                                          0xff, 0xff, 4, 3, 2,    1};
   EXPECT_EQ(std::memcmp(r.buffer.data(), little_endian, 12), 0);
 }
 
-TEST(Record, TextIsCutToTheBufferWhileTheLengthCountsAllOfIt) {
-  const resp::MD5Result ten = make_result(0, 0, {{"kx.info", "0123456789"}});
-  Record r = classify(ten, 20);
-  EXPECT_EQ(r.length, 30);
-  EXPECT_EQ(r.text, "kx.info");
-
-  r = classify(ten, 12);
-  EXPECT_EQ(r.length, 30);
-  EXPECT_EQ(r.code, 0);
-
-  r = classify(ten, 13);
-  EXPECT_EQ(r.buffer[12], '\0');
-
-  r = classify(ten, 30);  // one byte short of the NUL
-  EXPECT_EQ(r.text, "kx.info=012345678");
-  r = classify(ten, 31);
-  EXPECT_EQ(r.text, "kx.info=0123456789");
-}
-
-// The record's text is held to snprintf's contract at every cut, inside the
-// label included: as much as fits beside the NUL, nothing written after it,
+// The text is cut to the room left as snprintf cuts it, at every length,
+// inside the label too: as much as fits beside the NUL, nothing after it,
 // and the whole length counted.
 TEST(Record, TextIsCutAsTheFormatterWouldCutIt) {
   for (const char* key : {"bnet.info", "kx.info"}) {
     const std::string text = std::string(key) + "=0123456789";
     for (size_t capacity = 12; capacity <= 12 + text.size() + 2; ++capacity) {
-      const Record r =
-          classify(make_result(0, 0, {{key, "0123456789"}}), capacity);
+      const Record r = classify(make_result(0, 0, text), capacity);
       std::vector<char> expected(capacity, kGuard);
       const int length = std::snprintf(expected.data() + 12, capacity - 12,
                                        "%s", text.c_str());

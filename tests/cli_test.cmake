@@ -196,7 +196,7 @@ elseif(CASE STREQUAL "bad_input")
   file(WRITE "${WORK}/cut.hex" "08 01 12 05 10")
   run(4 inspect --hex cut.hex --as answer)
   expect_match("cut answer" "${out}" "^ec: kNotFound \\(1\\)\n")
-  expect_match("cut answer" "${err}" "^linkward: cut.hex: does not parse as linkward.info.resp.Response[^\n]*\n$")
+  expect_match("cut answer" "${err}" "^linkward: cut.hex: does not parse whole as linkward.info.resp.Response: stopped at byte 4: cut short by the end of the bytes; [^\n]*\n$")
 
   # An output that cannot be put in place leaves nothing behind.
   file(MAKE_DIRECTORY "${WORK}/taken")

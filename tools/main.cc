@@ -10,10 +10,10 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "message_tree.h"
 #include "io.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
+#include "message_tree.h"
 
 namespace {
 
@@ -361,9 +361,10 @@ ExitStatus run_inspect(const InspectArgs& a) {
   const Inspection shown = inspect(load(a.in), kind, a.in.json);
   write_stdout(shown.tree);
   const std::string name = source_name(a.in.path);
-  if (!shown.parsed)
-    throw Failure(kRefused, name + ": does not parse as " + shown.type +
-                                "; shown as far as it parsed");
+  if (!shown.fault.empty())
+    throw Failure(kRefused, name + ": does not parse whole as " + shown.type +
+                                ": " + shown.fault +
+                                "; shown as far as it was read");
   if (!shown.complete)
     std::fprintf(stderr, "linkward: note: %s lacks required fields of %s\n",
                  name.c_str(), shown.type.c_str());

@@ -12,6 +12,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "answer_parse.h"
 #include "io.h"
 #include "kx_request.pb.h"
 #include "kx_response.pb.h"
@@ -269,16 +270,66 @@ void walk(const M& message, Sink& sink) {
   show_unknown(message.unknown_fields(), sink);
 }
 
+// A query is parsed by the runtime, as the service would parse it; an answer
+// as the library parses it, so that what is shown is what the library saw.
+std::string parse(const std::string& bytes, req::Request& request) {
+  if (request.ParsePartialFromArray(bytes.data(),
+                                    static_cast<int>(bytes.size())))
+    return "";
+  return "the bytes do not parse whole";
+}
+
+const char* describe(linkward::ParseFault fault) {
+  using linkward::ParseFault;
+  switch (fault) {
+    case ParseFault::kNone:
+      return "none";
+    case ParseFault::kZeroTag:
+      return "a tag of 0";
+    case ParseFault::kPastMessage:
+      return "a length past the end of the message holding it";
+    case ParseFault::kPastBytes:
+      return "a length past the end of the bytes";
+    case ParseFault::kCutByMessage:
+      return "cut short by the end of the message holding it";
+    case ParseFault::kCutByBytes:
+      return "cut short by the end of the bytes";
+    case ParseFault::kOverlong:
+      return "a varint longer than ten bytes";
+    case ParseFault::kBadLength:
+      return "a length above 2147483647 or negative";
+    case ParseFault::kTooDeep:
+      return "nesting deeper than 100 levels";
+    case ParseFault::kEndGroup:
+      return "an end-group tag with no group open";
+    case ParseFault::kBadWireType:
+      return "wire type 6 or 7, which do not exist";
+    case ParseFault::kBadUnknown:
+      return "an unknown field cut short or malformed";
+    case ParseFault::kBadGroup:
+      return "an unknown group cut short, left open or nested too deep";
+  }
+  return "an unnamed fault";
+}
+
+std::string parse(const std::string& bytes, resp::Response& response) {
+  const linkward::ParseReport report = linkward::parse_answer(
+      bytes.data(), static_cast<int>(bytes.size()), response);
+  if (report.fault == linkward::ParseFault::kNone) return "";
+  return (report.stopped ? "stopped at byte "
+                         : "read to the end, but at byte ") +
+         std::to_string(report.offset) + ": " + describe(report.fault);
+}
+
 template <class M>
 Inspection inspect_as(const std::string& bytes, bool json) {
   M message;
-  const bool parsed = message.ParsePartialFromArray(
-      bytes.data(), static_cast<int>(bytes.size()));
+  const std::string fault = parse(bytes, message);
   TextSink text;
   JsonSink tree;
   Sink& sink = json ? static_cast<Sink&>(tree) : text;
   walk(message, sink);
-  return {json ? tree.text() : text.text(), parsed, message.IsInitialized(),
+  return {json ? tree.text() : text.text(), fault, message.IsInitialized(),
           message.GetTypeName()};
 }
 

@@ -9,15 +9,17 @@ namespace tool {
 enum class MessageKind { kRequest, kAnswer };
 
 struct Inspection {
-  std::string tree;  // indented text, or JSON
-  bool parsed;       // false: the tree holds what was read before a fault
-  bool complete;     // every required field is present
-  std::string type;  // the message's type name
+  std::string tree;   // indented text, or JSON
+  std::string fault;  // empty when the bytes parsed whole; else where and why
+                      // not, and the tree holds what was read before it
+  bool complete;      // every required field is present
+  std::string type;   // the message's type name
 };
 
-// Parses `bytes` with the library's message classes and shows every present
-// field by name, nested messages indented, bytes as escaped text and unknown
-// fields as hex with their numbers.
+// Parses `bytes` into the library's message classes, an answer as the
+// library parses it, and shows every present field by name, nested messages
+// indented, bytes as escaped text and unknown fields as hex with their
+// numbers.
 Inspection inspect(const std::string& bytes, MessageKind kind, bool json);
 
 }  // namespace tool
