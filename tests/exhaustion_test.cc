@@ -90,12 +90,12 @@ std::vector<std::string> deepest_answers() {
     // One level more would be refused: these are the deepest.
     const std::string deeper =
         typical_answer() + nested_in(path, groups(levels + 1));
-    linkward::info::resp::Response response;
-    const std::string& whole = answers.back();
-    EXPECT_TRUE(
-        linkward::parse_answer(whole.data(), whole.size(), response).whole);
-    EXPECT_FALSE(
-        linkward::parse_answer(deeper.data(), deeper.size(), response).whole);
+    const auto fault = [](const std::string& bytes) {
+      linkward::info::resp::Response response;
+      return linkward::parse_answer(bytes.data(), bytes.size(), response).fault;
+    };
+    EXPECT_EQ(fault(answers.back()), linkward::ParseFault::kNone);
+    EXPECT_NE(fault(deeper), linkward::ParseFault::kNone);
   }
   return answers;
 }
