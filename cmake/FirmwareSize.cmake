@@ -4,8 +4,11 @@
 # inside it (-Bsymbolic-functions): the firmware does not interpose them, and
 # binding them early spares their PLT slots and lets the optimiser inline
 # them. Data keeps default binding, so an executable's copy of a default
-# instance stays the one the library uses.
+# instance stays the one the library uses. zig's linker front end (the musl
+# build) refuses the option; there those calls go through the PLT.
 include(CheckIPOSupported)
+include(CheckLinkerFlag)
+check_linker_flag(CXX -Wl,-Bsymbolic-functions LINKWARD_BSYMBOLIC_FUNCTIONS)
 
 function(linkward_optimise_for_size target)
   set(size_build $<CONFIG:MinSizeRel>)
@@ -18,8 +21,10 @@ function(linkward_optimise_for_size target)
   foreach(folder IN LISTS folders)
     target_compile_options(${target} PRIVATE -fmacro-prefix-map=${folder}/=)
   endforeach()
-  target_link_options(${target} PRIVATE
-    $<${size_build}:-Wl,--gc-sections -Wl,-Bsymbolic-functions>)
+  target_link_options(${target} PRIVATE $<${size_build}:-Wl,--gc-sections>)
+  if(LINKWARD_BSYMBOLIC_FUNCTIONS)
+    target_link_options(${target} PRIVATE $<${size_build}:-Wl,-Bsymbolic-functions>)
+  endif()
   check_ipo_supported(RESULT lto_supported LANGUAGES CXX)
   if(lto_supported)
     set_property(TARGET ${target} PROPERTY INTERPROCEDURAL_OPTIMIZATION_MINSIZEREL ON)

@@ -4,6 +4,7 @@
 #include <google/protobuf/stubs/logging.h>
 
 #include <cstring>
+#include <stdexcept>
 
 #include "add_element.h"
 #include "kx_request.pb.h"
@@ -37,6 +38,15 @@ void set_url_text(req::URL* url, const char* value) {
   url->set_url(value, std::strlen(value));
 }
 
+// A null vk with a length is refused with std::logic_error whatever C++
+// runtime the library is built with: libstdc++'s std::string raises it, but
+// libc++'s reads through the null pointer. The words are libstdc++'s.
+void set_vk_bytes(req::Request& request, const void* vk, uint32_t vk_len) {
+  if (vk == nullptr && vk_len != 0)
+    throw std::logic_error("basic_string::_M_construct null not valid");
+  request.set_vk(static_cast<const char*>(vk), vk_len);
+}
+
 // Every required field is set, also when the caller's value is empty, so the
 // query is always complete.
 void build_request(req::Request& request, const char* url, const char* mid,
@@ -44,7 +54,7 @@ void build_request(req::Request& request, const char* url, const char* mid,
   request.set_uv(req::Request::kUV3_ProtobufEncrypt);
   request.set_product(kProduct);
   request.set_combo(kCombo);
-  request.set_vk(static_cast<const char*>(vk), vk_len);
+  set_vk_bytes(request, vk, vk_len);
   request.set_src(kSource);
   request.set_mid(mid, std::strlen(mid));
   request.set_rule_group_id(kRuleGroup);

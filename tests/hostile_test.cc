@@ -1,6 +1,7 @@
 // Hostile answers: whatever arrives from the network, the call returns one of
 // its documented codes and leaves the caller's buffer as promised.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cstdint>
@@ -175,6 +176,17 @@ TEST(Hostile, EveryWireTypeInEveryFieldOfTheAnswer) {
   }
 }
 
+// The size of the calling thread's stack, as its C library reports it.
+size_t thread_stack_size() {
+  pthread_attr_t attr;
+  size_t size = 0;
+  if (pthread_getattr_np(pthread_self(), &attr) == 0) {
+    pthread_attr_getstacksize(&attr, &size);
+    pthread_attr_destroy(&attr);
+  }
+  return size;
+}
+
 // Callers on many threads at once, each with its own buffers, from the very
 // first call on, so that whatever the runtime sets up on first use happens
 // under them too (nothing before the threads touches a message).
@@ -186,6 +198,7 @@ TEST(HostileThreads, FirstCallsFromManyThreadsAtOnce) {
     std::string broken;
     std::vector<char> record;
     std::string query;
+    size_t stack = 0;
   };
   const auto call_all = [&answer](Seen& seen) {
     for (size_t cut = 0; cut <= answer.size(); ++cut) {
@@ -208,6 +221,7 @@ TEST(HostileThreads, FirstCallsFromManyThreadsAtOnce) {
     threads.emplace_back([&go, &call_all, &mine] {
       while (!go) std::this_thread::yield();
       call_all(mine);
+      mine.stack = thread_stack_size();
     });
   go = true;
   for (std::thread& thread : threads) thread.join();
@@ -220,6 +234,9 @@ TEST(HostileThreads, FirstCallsFromManyThreadsAtOnce) {
     EXPECT_EQ(got.broken, "");
     EXPECT_EQ(got.record, alone.record);
     EXPECT_EQ(to_hex(got.query), to_hex(alone.query));
+#ifdef LINKWARD_MAX_THREAD_STACK  // the C library's default thread stack
+    EXPECT_LE(got.stack, size_t{LINKWARD_MAX_THREAD_STACK});
+#endif
   }
 }
 

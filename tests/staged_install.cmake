@@ -2,7 +2,7 @@
 #       -DPREFIX=<install prefix> -DLIBDIR=<libdir> -DCONSUMER=<project>
 #       -DGENERATOR=<generator> -DC_FLAGS=.. -DCXX_FLAGS=.. -DLINKER_FLAGS=..
 #       ( -DC_COMPILER=<cc> -DCXX_COMPILER=<c++>
-#       | -DTOOLCHAIN=<file> -DSYSROOT=<folder> -DARCH=<multiarch> )
+#       | -DTOOLCHAIN=<file> -DSYSROOT=<folder> -DARCH=<multiarch> [-DZIG=<zig>] )
 #       -P staged_install.cmake
 #
 # Stages an install of the build tree as a firmware build system does
@@ -46,7 +46,8 @@ if(TOOLCHAIN)
   set(ENV{PKG_CONFIG_LIBDIR}
       "${root}/${LIBDIR}/pkgconfig:${STAGE}/usr/lib/${ARCH}/pkgconfig:${STAGE}/usr/share/pkgconfig")
   list(APPEND consumer_args
-    -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DLINKWARD_SYSROOT=${STAGE})
+    -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DLINKWARD_SYSROOT=${STAGE}
+    -DLINKWARD_ZIG=${ZIG})
 else()
   set(ENV{PKG_CONFIG_PATH} ${root}/${LIBDIR}/pkgconfig)
   list(APPEND consumer_args

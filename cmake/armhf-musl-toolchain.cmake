@@ -1,0 +1,144 @@
+# Cross build for the router's own C library: 32-bit little-endian ARM with
+# musl (arm-linux-musleabihf), compiled by the clang that zig carries.
+#
+#   cmake -DCMAKE_TOOLCHAIN_FILE=cmake/armhf-musl-toolchain.cmake \
+#         -DLINKWARD_ZIG=<zig> -DLINKWARD_SYSROOT=<folder> ...
+#
+# LINKWARD_ZIG is the zig compiler (0.11), with its lib/ folder beside it.
+# LINKWARD_SYSROOT holds Debian's armhf musl and musl-dev unpacked with dpkg -x
+# (the C library, its loader, headers and start files), the tool's header
+# libraries, and under usr/lib what was built for the target with this file:
+# the C++ runtime (cmake/musl-cxx-runtime), protobuf-lite and GoogleTest.
+# `scripts/dev test-musl` prepares both. Programs such as protoc come from the
+# host. Binaries run under qemu-arm with musl's loader.
+#
+# zig would bring a C library and a C++ runtime of its own. Here the C library
+# is Debian's musl only, the one its loader is: headers, start files and
+# libc.so (the sysroot has no libc.a, so nothing links a second copy
+# statically). The C++ runtime is one shared libc++.so.1 that every binary
+# links, where zig would put a private copy into each.
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(LINKWARD_TARGET_TRIPLE arm-linux-musleabihf)
+set(CMAKE_LIBRARY_ARCHITECTURE ${LINKWARD_TARGET_TRIPLE})
+
+# try_compile projects read this file again and need the folders too.
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES
+  LINKWARD_ZIG LINKWARD_SYSROOT LINKWARD_BUILDING_CXX_RUNTIME)
+if(NOT LINKWARD_ZIG OR NOT LINKWARD_SYSROOT)
+  message(FATAL_ERROR "set LINKWARD_ZIG to zig and LINKWARD_SYSROOT to the musl sysroot")
+endif()
+
+get_filename_component(zig_home ${LINKWARD_ZIG} DIRECTORY)
+set(LINKWARD_ZIG_LIB ${zig_home}/lib)
+# zig's cache stays beside zig, inside the build folder.
+set(zig_cache ${zig_home}/../cache)
+set(musl_libdir ${LINKWARD_SYSROOT}/usr/lib/${LINKWARD_TARGET_TRIPLE})
+# What was built for the target is installed under usr/lib, as CMake installs
+# a cross build.
+set(built_libdir ${LINKWARD_SYSROOT}/usr/lib)
+# The scripts through which CMake calls zig, and the files they hand it, live
+# in the sysroot they point into, so that a copy of it (a staged install) gets
+# its own.
+set(scripts ${LINKWARD_SYSROOT}/toolchain)
+
+# The processor baseline of Debian's armhf, which its musl is built for:
+# ARMv7-A, VFPv3-D16 without NEON. The code is ARM (A32), not Thumb-2 as in
+# the armhf build: zig takes Thumb only from a thumb-* target, and its
+# compiler-rt for that target cannot be linked into a shared library.
+set(zig_target arm-linux-musleabihf)
+set(cpu generic+v7a+vfp3d16-neon-d32)
+
+function(write_if_changed file content)
+  file(WRITE ${file}.new "${content}")
+  file(CHMOD ${file}.new PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+    GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  file(COPY_FILE ${file}.new ${file} ONLY_IF_DIFFERENT)
+  file(REMOVE ${file}.new)
+endfunction()
+
+# Tells zig where Debian's musl is (ZIG_LIBC), in place of its own.
+write_if_changed(${scripts}/musl-libc.txt
+  "include_dir=${LINKWARD_SYSROOT}/usr/include/${LINKWARD_TARGET_TRIPLE}
+sys_include_dir=${LINKWARD_SYSROOT}/usr/include/${LINKWARD_TARGET_TRIPLE}
+crt_dir=${musl_libdir}
+msvc_lib_dir=
+kernel32_lib_dir=
+gcc_dir=
+")
+
+# zig links a program statically unless a shared library is on its line, and
+# names a library given by its path with that path, musl's libc.so having no
+# SONAME. So every link is handed a linker script that asks for -lc: it is
+# dynamic, and the program needs "libc.so", which musl's loader takes as
+# itself.
+write_if_changed(${scripts}/musl-libc.so "INPUT(-lc)\n")
+
+# musl's headers come before the Linux ones that zig carries (musl-dev has
+# none). zig compiles C++ against its libc++ headers, with the settings it
+# builds that runtime with; a link gets -nostdlib++, so that zig adds no
+# private copy of the runtime (the shared one is linked below). That also
+# takes the headers away, so C++ is compiled (-c) and linked in separate
+# steps, as CMake does.
+set(zig "#!/bin/sh
+export ZIG_LIBC='${scripts}/musl-libc.txt'
+export ZIG_GLOBAL_CACHE_DIR='${zig_cache}' ZIG_LOCAL_CACHE_DIR='${zig_cache}'
+zig='${LINKWARD_ZIG}'
+target='-target ${zig_target} -mcpu=${cpu}'
+target=\"$target -isystem ${LINKWARD_ZIG_LIB}/libc/include/arm-linux-any\"
+target=\"$target -isystem ${LINKWARD_ZIG_LIB}/libc/include/any-linux-any\"
+link='${scripts}/musl-libc.so'
+for arg; do
+  case $arg in -c | -S | -E) link= ;; esac
+done
+")
+write_if_changed(${scripts}/cc "${zig}exec \"$zig\" cc $target \"$@\" $link\n")
+write_if_changed(${scripts}/c++ "${zig}[ -z \"$link\" ] || link=\"-nostdlib++ $link\"
+exec \"$zig\" c++ $target \"$@\" $link
+")
+write_if_changed(${scripts}/ar "#!/bin/sh\nexec '${LINKWARD_ZIG}' ar \"$@\"\n")
+write_if_changed(${scripts}/ranlib "#!/bin/sh\nexec '${LINKWARD_ZIG}' ranlib \"$@\"\n")
+
+set(CMAKE_C_COMPILER ${scripts}/cc)
+set(CMAKE_CXX_COMPILER ${scripts}/c++)
+# zig's archiver also for link-time optimised objects, which CMake would hand
+# to the host's older llvm-ar, so finding no link-time optimisation.
+foreach(lang C CXX)
+  set(CMAKE_${lang}_COMPILER_AR ${scripts}/ar CACHE FILEPATH "")
+  set(CMAKE_${lang}_COMPILER_RANLIB ${scripts}/ranlib CACHE FILEPATH "")
+endforeach()
+set(CMAKE_AR ${scripts}/ar CACHE FILEPATH "")
+set(CMAKE_RANLIB ${scripts}/ranlib CACHE FILEPATH "")
+# zig has no nm or strip; GNU's for armhf read any ARM ELF file.
+set(CMAKE_NM arm-linux-gnueabihf-nm CACHE FILEPATH "")
+set(CMAKE_STRIP arm-linux-gnueabihf-strip CACHE FILEPATH "")
+
+# zig defines NDEBUG itself from -O1 on; builds that want it say so.
+set(CMAKE_C_FLAGS_INIT -UNDEBUG)
+set(CMAKE_CXX_FLAGS_INIT -UNDEBUG)
+
+# C++ binaries link the shared C++ runtime, but the runtime itself.
+if(NOT LINKWARD_BUILDING_CXX_RUNTIME)
+  set(CMAKE_CXX_STANDARD_LIBRARIES ${built_libdir}/libc++.so CACHE STRING "")
+endif()
+# zig gives executables a 16 MiB PT_GNU_STACK, and musl takes that as the
+# default stack of every thread. Firmware programs carry none, so threads get
+# musl's own default (128 KiB).
+set(CMAKE_EXE_LINKER_FLAGS_INIT -Wl,-z,stack-size=0)
+
+set(CMAKE_FIND_ROOT_PATH ${LINKWARD_SYSROOT})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# The sysroot has the lite protobuf runtime only, all that is linked here;
+# CMake's FindProtobuf insists on finding the full one as well.
+set(Protobuf_LIBRARY ${built_libdir}/libprotobuf-lite.so CACHE FILEPATH "")
+
+# qemu-arm -L runs musl's loader and C library from the sysroot; the loader
+# is told where the built libraries are, for programs without a run path such
+# as installed ones.
+set(CMAKE_CROSSCOMPILING_EMULATOR
+  qemu-arm -L ${LINKWARD_SYSROOT} -E LD_LIBRARY_PATH=${built_libdir})
