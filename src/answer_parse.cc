@@ -13,6 +13,8 @@
 
 #include <tuple>
 
+#include "add_element.h"
+
 namespace linkward {
 namespace {
 
@@ -288,7 +290,7 @@ bool read_field(Reader& r, resp::MD5Result& m, uint32_t key) {
     case varint_key(M::kCacheDurationSecFieldNumber):
       return r.int32(m, &M::cache_duration_sec, &M::set_cache_duration_sec);
     case length_key(M::kValuesFieldNumber):
-      return r.message(m.add_values());
+      return r.message(add_element(m.mutable_values()));
     case length_key(M::kWebscanResultFieldNumber):
       return r.message(m.mutable_webscan_result());
     default:
@@ -306,9 +308,9 @@ bool read_field(Reader& r, resp::Result& m, uint32_t key) {
     case length_key(M::kMergedResultFieldNumber):
       return r.message(m.mutable_merged_result());
     case length_key(M::kMd5ResultsFieldNumber):
-      return r.message(m.add_md5_results());
+      return r.message(add_element(m.mutable_md5_results()));
     case length_key(M::kExtsFieldNumber):
-      return r.message(m.add_exts());
+      return r.message(add_element(m.mutable_exts()));
     default:
       return r.skip(m.mutable_unknown_fields(), key);
   }
@@ -321,9 +323,9 @@ bool read_field(Reader& r, resp::Response& m, uint32_t key) {
       return r.enumeration(m, key, resp::Response_ErrorCode_IsValid,
                            &M::set_ec);
     case length_key(M::kResultsFieldNumber):
-      return r.message(m.add_results());
+      return r.message(add_element(m.mutable_results()));
     case length_key(M::kPackageExtsFieldNumber):
-      return r.message(m.add_package_exts());
+      return r.message(add_element(m.mutable_package_exts()));
     default:
       return r.skip(m.mutable_unknown_fields(), key);
   }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "add_element.h"
 #include "kx_request.pb.h"
 #include "linkward.h"
 
@@ -58,7 +59,7 @@ void build_request(req::Request& request, const char* url, const char* mid,
   request.set_mid(mid, std::strlen(mid));
   request.set_rule_group_id(kRuleGroup);
 
-  req::URLEntity* entity = request.add_urls();
+  req::URLEntity* entity = linkward::add_element(request.mutable_urls());
   entity->set_id(0);
   set_url_text(entity->mutable_url(), url);
 }

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "kx_response.pb.h"
 #include "linkward.h"
 #include "wire.h"
 
-constexpr int32_t kUnsetLength = -7;
 constexpr size_t kGuardTail = 64;  // guard bytes after the capacity
 
 struct Outcome {
@@ -71,6 +71,52 @@ inline std::string broken_promise(const Outcome& o) {
     return "a text not cut and NUL-terminated inside the capacity";
   return untouched_from(o.buffer, 12 + kept + 1) ? ""
                                                  : "a write after the text";
+}
+
+// ec 0; result id 1 with one md5_result: level 60, sub-type 10,
+// "kx.info" = "sc=110|ssc=11021": code 7, the answer the router sees most.
+inline std::string typical_answer() {
+  return from_hex(
+      "08 00 12 25 10 01 22 21 10 3c 28 0a 42 1b 0a 07 6b 78 2e 69 6e 66 6f "
+      "12 10 73 63 3d 31 31 30 7c 73 73 63 3d 31 31 30 32 31");
+}
+
+// One result whose only per-hash result has `level` and one pair.
+inline std::string one_pair_answer(int32_t level, const std::string& key,
+                                   const std::string& value) {
+  linkward::info::resp::Response response;
+  auto* md5_result = response.add_results()->add_md5_results();
+  md5_result->set_level(level);
+  auto* pair = md5_result->add_values();
+  pair->set_key(key);
+  pair->set_value(value);
+  return response.SerializePartialAsString();
+}
+
+// 20,000 results that hold no per-hash result, then one whose per-hash
+// result (level 60, sub-type 30) has 20,000 other pairs before its "kx.info"
+// (sc=110|ssc=11011: code 7), then one that is never reached.
+inline std::string crowded_answer() {
+  linkward::info::resp::Response response;
+  for (int i = 0; i < 20000; ++i) {
+    auto* result = response.add_results();
+    result->set_id(i);
+    result->add_exts()->set_key("k");
+  }
+  auto* decisive = response.add_results()->add_md5_results();
+  decisive->set_level(60);
+  decisive->set_sub_type(30);
+  for (int i = 0; i < 20000; ++i) decisive->add_values()->set_key("other");
+  auto* kx = decisive->add_values();
+  kx->set_key("kx.info");
+  kx->set_value("sc=110|ssc=11011");
+  response.add_results()->add_md5_results()->set_level(70);
+  return response.SerializePartialAsString();
+}
+
+// Groups of the unknown field 15, nested `depth` deep and closed again.
+inline std::string groups(int depth) {
+  return std::string(depth, '\x7b') + std::string(depth, '\x7c');
 }
 
 #endif

@@ -31,11 +31,6 @@ struct Malformed {
   const char* parse;
 };
 
-// Groups of the unknown field 15, nested `depth` deep and closed again.
-std::string groups(int depth) {
-  return std::string(depth, '\x7b') + std::string(depth, '\x7c');
-}
-
 // One result whose per-hash result has level 70 and, after it, `tail`
 // among its unknown fields.
 std::string level_70_then(const std::string& tail) {

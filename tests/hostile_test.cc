@@ -23,22 +23,7 @@ namespace {
 const std::string kLevel70Result = "12 06 10 01 22 02 10 46";
 
 TEST(Hostile, ThousandsOfResultsBeforeTheFirstPerHashResult) {
-  resp::Response response;
-  for (int i = 0; i < 20000; ++i) {
-    resp::Result* result = response.add_results();
-    result->set_id(i);
-    result->add_exts()->set_key("k");
-  }
-  resp::MD5Result* decisive = response.add_results()->add_md5_results();
-  decisive->set_level(60);
-  decisive->set_sub_type(30);
-  for (int i = 0; i < 20000; ++i) decisive->add_values()->set_key("other");
-  auto* kx = decisive->add_values();
-  kx->set_key("kx.info");
-  kx->set_value("sc=110|ssc=11011");
-  response.add_results()->add_md5_results()->set_level(70);  // never reached
-
-  const Outcome o = parse(response.SerializePartialAsString());
+  const Outcome o = parse(crowded_answer());
   EXPECT_EQ(broken_promise(o), "");
   EXPECT_EQ(o.rc, 0);
   EXPECT_EQ(o.code(), 7);
@@ -48,32 +33,25 @@ TEST(Hostile, ThousandsOfResultsBeforeTheFirstPerHashResult) {
 
 TEST(Hostile, OneMebibyteValue) {
   const std::string mebibyte(1 << 20, 'x');
-  resp::Response response;
-  resp::MD5Result* result = response.add_results()->add_md5_results();
-  result->set_level(50);
-  auto* kx = result->add_values();
-  kx->set_key("kx.info");
-
   // Only the first 511 bytes are the list: a member beyond them is not seen.
-  kx->set_value(mebibyte + "|sc=101");
-  Outcome o = parse(response.SerializePartialAsString());
+  Outcome o = parse(one_pair_answer(50, "kx.info", mebibyte + "|sc=101"));
   EXPECT_EQ(broken_promise(o), "");
   EXPECT_EQ(o.code(), 1);
   EXPECT_EQ(o.length, 12 + 8 + 511);
   EXPECT_EQ(o.text(), "kx.info=" + mebibyte.substr(0, 511));
 
-  kx->set_value("sc=101|" + mebibyte);
-  EXPECT_EQ(parse(response.SerializePartialAsString()).code(), 2);
+  const std::string member_first =
+      one_pair_answer(50, "kx.info", "sc=101|" + mebibyte);
+  EXPECT_EQ(parse(member_first).code(), 2);
 
   // The length is the whole record's, whatever the buffer holds.
   for (int32_t capacity : {12, 13, 100, 532, 533}) {
-    o = parse(response.SerializePartialAsString(), capacity);
+    o = parse(member_first, capacity);
     EXPECT_EQ(broken_promise(o), "") << capacity;
     EXPECT_EQ(o.length, 12 + 8 + 511) << capacity;
   }
 
-  kx->set_key("bnet.info");
-  o = parse(response.SerializePartialAsString());
+  o = parse(one_pair_answer(50, "bnet.info", "sc=101|" + mebibyte));
   EXPECT_EQ(o.code(), 8);
   EXPECT_EQ(o.length, 12 + 10 + 511);
 }
@@ -215,11 +193,7 @@ size_t thread_stack_size() {
 // Each thread walks every cut of an answer, and the whole answer and a query
 // must come out as one thread alone makes them. ThreadSanitizer runs this.
 TEST(HostileThreads, FirstCallsFromManyThreadsAtOnce) {
-  // ec 0; result id 1 with one md5_result: level 60, sub-type 10,
-  // "kx.info" = "sc=110|ssc=11021".
-  const std::string answer = from_hex(
-      "08 00 12 25 10 01 22 21 10 3c 28 0a 42 1b 0a 07 6b 78 2e 69 6e 66 6f "
-      "12 10 73 63 3d 31 31 30 7c 73 73 63 3d 31 31 30 32 31");
+  const std::string answer = typical_answer();
   struct Seen {
     std::string broken;
     std::vector<char> record;

@@ -14,24 +14,6 @@ namespace req = linkward::info::req;
 
 namespace {
 
-struct Query {
-  int32_t rc;
-  int32_t length;
-  std::string bytes;  // what the call wrote, the length it reported
-  std::vector<char> buffer;
-};
-
-Query make_query(const std::string& url, const std::string& mid,
-                 const std::string& vk, int32_t capacity = 4096,
-                 uint32_t enable = 1) {
-  Query q{0, -7, {}, std::vector<char>(capacity > 0 ? capacity : 1, kGuard)};
-  q.rc = create_proto_request(q.buffer.data(), &q.length, capacity, enable,
-                              url.c_str(), mid.c_str(), vk.data(),
-                              static_cast<uint32_t>(vk.size()));
-  if (q.rc == 0) q.bytes.assign(q.buffer.data(), q.length);
-  return q;
-}
-
 TEST(Request, MatchesTheServiceExamplesByteForByte) {
   Query abc = make_query("abc", "M1", std::string("\x01\x02", 2));
   ASSERT_EQ(abc.rc, 0);

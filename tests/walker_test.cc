@@ -105,11 +105,7 @@ TEST(Walker, RefusesNullPointersWithoutWriting) {
 }
 
 TEST(Walker, TheRecordThroughTheCallersBuffer) {
-  // ec 0; result id 1 with one md5_result: level 60, sub-type 10,
-  // "kx.info" = "sc=110|ssc=11021".
-  const std::string answer = from_hex(
-      "08 00 12 25 10 01 22 21 10 3c 28 0a 42 1b 0a 07 6b 78 2e 69 6e 66 6f "
-      "12 10 73 63 3d 31 31 30 7c 73 73 63 3d 31 31 30 32 31");
+  const std::string answer = typical_answer();
   for (int32_t capacity : {534, 36, 20, 12}) {
     const Outcome o = parse(answer, capacity);
     EXPECT_EQ(broken_promise(o), "") << capacity;

@@ -2,10 +2,13 @@
 #ifndef LINKWARD_TESTS_WIRE_H
 #define LINKWARD_TESTS_WIRE_H
 
+#include <cstdint>
 #include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "linkward.h"
 
 // "0a 09 08" -> the three bytes; blanks are ignored.
 inline std::string from_hex(const std::string& hex) {
@@ -37,6 +40,31 @@ inline bool untouched_from(const std::vector<char>& buffer, size_t from = 0) {
   for (size_t i = from; i < buffer.size(); ++i)
     if (buffer[i] != kGuard) return false;
   return true;
+}
+
+// What a call leaves in an out_len it did not set.
+constexpr int32_t kUnsetLength = -7;
+
+// A query made as a caller would, into a guarded buffer.
+struct Query {
+  int32_t rc;
+  int32_t length;
+  std::string bytes;  // what the call wrote, the length it reported
+  std::vector<char> buffer;
+};
+
+inline Query make_query(const std::string& url, const std::string& mid,
+                        const std::string& vk, int32_t capacity = 4096,
+                        uint32_t enable = 1) {
+  Query q{0,
+          kUnsetLength,
+          {},
+          std::vector<char>(capacity > 0 ? capacity : 1, kGuard)};
+  q.rc = create_proto_request(q.buffer.data(), &q.length, capacity, enable,
+                              url.c_str(), mid.c_str(), vk.data(),
+                              static_cast<uint32_t>(vk.size()));
+  if (q.rc == 0) q.bytes.assign(q.buffer.data(), q.length);
+  return q;
 }
 
 // Runs `call` as a caller that catches nothing would: an exception ends the
