@@ -91,6 +91,9 @@ std::vector<Malformed> malformed() {
        "stops at 8"},
       {"a key cut short", hex(kLevel70Result + " 88"), 0, 12, 5, "",
        "stops at 8"},
+      // A known number under a wire type not its own is kept aside.
+      {"a level as bytes, values as a number",
+       hex("08 00 12 09 10 01 22 05 12 01 46 40 00"), 0, 12, 0, "", "whole"},
       // Keys that end or stop a message.
       {"a tag of 0 ends a per-hash result early",
        hex("08 00 12 07 10 01 22 03 00 10 46"), 0, 12, 0, "", "stops at 8"},

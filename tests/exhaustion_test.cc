@@ -2,7 +2,6 @@
 // allocations, and a thread with little stack. Neither may cost the caller
 // more than the call: the exception reaches it, its buffers stay as they
 // were, nothing leaks, and the next call gives the normal result.
-#include <google/protobuf/io/coded_stream.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -57,14 +56,8 @@ Call classify_call(const std::string& answer) {
 // `inner` as the bytes of the message reached through the message fields
 // `path`, numbered from the answer's top.
 std::string nested_in(const std::vector<int>& path, std::string inner) {
-  using google::protobuf::io::CodedOutputStream;
-  for (auto field = path.rbegin(); field != path.rend(); ++field) {
-    uint8_t head[1 + 5];
-    head[0] = static_cast<uint8_t>(*field << 3 | 2);
-    const uint8_t* end = CodedOutputStream::WriteVarint32ToArray(
-        static_cast<uint32_t>(inner.size()), head + 1);
-    inner.insert(0, reinterpret_cast<const char*>(head), end - head);
-  }
+  for (auto field = path.rbegin(); field != path.rend(); ++field)
+    inner = nested(*field, inner);
   return inner;
 }
 

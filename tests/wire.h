@@ -33,6 +33,16 @@ inline std::string to_hex(const std::string& bytes) {
   return hex;
 }
 
+// A length-delimited record: the key of field `number`, the length, `bytes`.
+inline std::string nested(int number, const std::string& bytes) {
+  std::string record(1, static_cast<char>(number << 3 | 2));
+  for (size_t n = bytes.size();; n >>= 7) {
+    record += static_cast<char>(n > 127 ? (n & 127) | 128 : n);
+    if (n <= 127) break;
+  }
+  return record + bytes;
+}
+
 // Fills caller buffers so that a test can tell which bytes were written.
 constexpr char kGuard = '\x5a';
 
