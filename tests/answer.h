@@ -73,6 +73,15 @@ inline std::string broken_promise(const Outcome& o) {
                                                  : "a write after the text";
 }
 
+// What the caller is told: "refused -3", "no record", or the record's code
+// and, when it has one, its text.
+inline std::string told(const Outcome& o) {
+  if (o.rc != 0) return "refused " + std::to_string(o.rc);
+  if (o.length == 0) return "no record";
+  const std::string code = "code " + std::to_string(o.code());
+  return o.text().empty() ? code : code + ", " + o.text();
+}
+
 // ec 0; result id 1 with one md5_result: level 60, sub-type 10,
 // "kx.info" = "sc=110|ssc=11021": code 7, the answer the router sees most.
 inline std::string typical_answer() {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "answer.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
 #include "wire.h"
@@ -34,22 +35,11 @@ resp::MD5Result make_result(int32_t level, int32_t sub_type,
   return result;
 }
 
-struct Record {
-  int length;
-  int32_t code, level, sub_type;
-  std::string text;  // up to its NUL, when one was written
-  std::vector<char> buffer;
-};
-
-Record classify(const resp::MD5Result& result, int capacity = 534) {
-  Record r{};
-  r.buffer.assign(capacity, kGuard);
-  r.length = parser_one_result(result, r.buffer.data(), capacity);
-  std::memcpy(&r.code, r.buffer.data(), 4);
-  std::memcpy(&r.level, r.buffer.data() + 4, 4);
-  std::memcpy(&r.sub_type, r.buffer.data() + 8, 4);
-  if (r.length > 12 && capacity > 12) r.text = r.buffer.data() + 12;
-  return r;
+// The record parser_one_result writes into a guarded buffer of `capacity`.
+Outcome classify(const resp::MD5Result& result, int32_t capacity = 534) {
+  Outcome o{0, 0, capacity, std::vector<char>(capacity + kGuardTail, kGuard)};
+  o.length = parser_one_result(result, o.buffer.data(), capacity);
+  return o;
 }
 
 TEST(HasValue, MatchesWholeMembersOnly) {
@@ -84,48 +74,47 @@ TEST(HasValue, MatchesWholeMembersOnly) {
         << (c.list ? c.list : "null") << " / " << (c.token ? c.token : "null");
 }
 
-// The code and the record's text of one per-hash result.
+// The code and the record's text of one per-hash result. The text is the
+// pairs as written where the row gives none.
 TEST(Verdict, DecisionTableAndPairs) {
   const struct {
     int32_t level, sub_type;
     const char* pairs;
     int32_t code;
-    const char* text;
+    const char* text = nullptr;
   } rows[] = {
-      {0, 0, "", 0, ""},
-      {0, 77, "kx.info=sc=101", 0, "kx.info=sc=101"},
-      {50, 0, "", 1, ""},
-      {50, 0, "kx.info=sc=101", 2, "kx.info=sc=101"},
-      {50, 0, "kx.info=xsc=101", 1, "kx.info=xsc=101"},
-      {50, 3, "kx.info=a|sc=101|b", 2, "kx.info=a|sc=101|b"},
-      {49, 0, "", 2, ""},
-      {1, 0, "", 2, ""},
-      {-1, 0, "", 2, ""},
-      {INT32_MIN, 0, "", 2, ""},
-      {51, 0, "", 2, ""},
-      {61, 10, "kx.info=sc=110|ssc=11020", 2, "kx.info=sc=110|ssc=11020"},
-      {71, 0, "", 2, ""},
-      {70, 10, "kx.info=sc=110|ssc=11020", 5, "kx.info=sc=110|ssc=11020"},
-      {INT32_MAX, 0, "", 2, ""},
+      {0, 0, "", 0},
+      {0, 77, "kx.info=sc=101", 0},
+      {50, 0, "", 1},
+      {50, 0, "kx.info=sc=101", 2},
+      {50, 0, "kx.info=xsc=101", 1},
+      {50, 3, "kx.info=a|sc=101|b", 2},
+      {49, 0, "", 2},
+      {1, 0, "", 2},
+      {-1, 0, "", 2},
+      {INT32_MIN, 0, "", 2},
+      {51, 0, "", 2},
+      {61, 10, "kx.info=sc=110|ssc=11020", 2},
+      {71, 0, "", 2},
+      {70, 10, "kx.info=sc=110|ssc=11020", 5},
+      {INT32_MAX, 0, "", 2},
       // Level 60, sub-type 10: the 1102x sub-codes, 11020 first, else 3.
-      {60, 10, "kx.info=sc=110|ssc=11021", 7, "kx.info=sc=110|ssc=11021"},
-      {60, 10, "kx.info=ssc=11021|ssc=11020|sc=110", 6,
-       "kx.info=ssc=11021|ssc=11020|sc=110"},
-      {60, 10, "kx.info=ssc=11020", 3, "kx.info=ssc=11020"},
-      {60, 10, "kx.info=sc=110", 3, "kx.info=sc=110"},
-      {60, 10, "", 3, ""},
-      {60, 10, "kx.info=sc=110|ssc=11012", 3, "kx.info=sc=110|ssc=11012"},
+      {60, 10, "kx.info=sc=110|ssc=11021", 7},
+      {60, 10, "kx.info=ssc=11021|ssc=11020|sc=110", 6},
+      {60, 10, "kx.info=ssc=11020", 3},
+      {60, 10, "kx.info=sc=110", 3},
+      {60, 10, "", 3},
+      {60, 10, "kx.info=sc=110|ssc=11012", 3},
       // Level 60, sub-type 30: the 1101x sub-codes, 11012 first, else 2.
-      {60, 30, "kx.info=sc=110|ssc=11011", 7, "kx.info=sc=110|ssc=11011"},
-      {60, 30, "kx.info=sc=110|ssc=11011|ssc=11012", 6,
-       "kx.info=sc=110|ssc=11011|ssc=11012"},
-      {60, 30, "kx.info=ssc=11012", 2, "kx.info=ssc=11012"},
-      {60, 30, "kx.info=sc=110", 2, "kx.info=sc=110"},
-      {60, 30, "kx.info=sc=110|ssc=11020", 2, "kx.info=sc=110|ssc=11020"},
-      {60, 20, "", 4, ""},
-      {60, 0, "kx.info=sc=110|ssc=11020", 2, "kx.info=sc=110|ssc=11020"},
-      {60, 40, "", 2, ""},
-      {60, -10, "", 2, ""},
+      {60, 30, "kx.info=sc=110|ssc=11011", 7},
+      {60, 30, "kx.info=sc=110|ssc=11011|ssc=11012", 6},
+      {60, 30, "kx.info=ssc=11012", 2},
+      {60, 30, "kx.info=sc=110", 2},
+      {60, 30, "kx.info=sc=110|ssc=11020", 2},
+      {60, 20, "", 4},
+      {60, 0, "kx.info=sc=110|ssc=11020", 2},
+      {60, 40, "", 2},
+      {60, -10, "", 2},
       // The first bnet.info decides, whatever the level, and ends the scan.
       {70, 20, "kx.info=k1;bnet.info=first;kx.info=k2;bnet.info=second", 8,
        "bnet.info=first"},
@@ -144,15 +133,16 @@ TEST(Verdict, DecisionTableAndPairs) {
       {50, 0, "kx.info=sc=101;kx.info=", 1, ""},
   };
   for (const auto& row : rows) {
-    const Record r = classify(make_result(row.level, row.sub_type, row.pairs));
+    const Outcome o = classify(make_result(row.level, row.sub_type, row.pairs));
+    const std::string text = row.text ? row.text : row.pairs;
     const std::string what = std::to_string(row.level) + "/" +
                              std::to_string(row.sub_type) + " " + row.pairs;
-    EXPECT_EQ(r.code, row.code) << what;
-    EXPECT_EQ(r.level, row.level) << what;
-    EXPECT_EQ(r.sub_type, row.sub_type) << what;
-    EXPECT_EQ(r.text, row.text) << what;
-    EXPECT_EQ(r.length, 12 + static_cast<int>(r.text.size())) << what;
-    EXPECT_TRUE(!r.text.empty() || untouched_from(r.buffer, 12)) << what;
+    EXPECT_EQ(broken_promise(o), "") << what;
+    EXPECT_EQ(told(o), "code " + std::to_string(row.code) +
+                           (text.empty() ? "" : ", " + text))
+        << what;
+    EXPECT_EQ(o.level(), row.level) << what;
+    EXPECT_EQ(o.sub_type(), row.sub_type) << what;
   }
 }
 
@@ -161,27 +151,26 @@ TEST(Verdict, ValuesAreCutAtTheirZeroByteAnd511Bytes) {
   auto* pair = result.add_values();
   pair->set_key("kx.info");
   pair->set_value(std::string("ab\0sc=101", 9));
-  pair = result.add_values();
-  pair->set_key(std::string("bnet.info\0", 10));  // not bnet.info
-  Record r = classify(result);
-  EXPECT_EQ(r.code, 1);
-  EXPECT_EQ(r.text, "kx.info=ab");
+  result.add_values()->set_key(std::string("bnet.info\0", 10));  // not it
+  EXPECT_EQ(told(classify(result)), "code 1, kx.info=ab");
 
+  // The member is cut to "sc=10".
   const std::string long_list = std::string(505, 'x') + "|sc=101";  // 512
-  r = classify(make_result(50, 0, "kx.info=" + long_list));
-  EXPECT_EQ(r.text, "kx.info=" + long_list.substr(0, 511));
-  EXPECT_EQ(r.code, 1);  // the member was cut to "sc=10"
+  EXPECT_EQ(told(classify(make_result(50, 0, "kx.info=" + long_list))),
+            "code 1, kx.info=" + long_list.substr(0, 511));
 
-  r = classify(make_result(0, 0, "bnet.info=" + std::string(600, 'b')));
-  EXPECT_EQ(r.length, 12 + 10 + 511);
-  EXPECT_EQ(r.buffer[533], '\0');  // 534 bytes hold the longest record
+  // 534 bytes hold the longest record.
+  const Outcome longest =
+      classify(make_result(0, 0, "bnet.info=" + std::string(600, 'b')));
+  EXPECT_EQ(longest.length, 12 + 10 + 511);
+  EXPECT_EQ(broken_promise(longest), "");
 }
 
 TEST(Record, TheHeadIsNativeAndAlwaysWritten) {
-  const Record r = classify(make_result(-5, 0x01020304), 12);
+  const Outcome o = classify(make_result(-5, 0x01020304), 12);
   const unsigned char little_endian[] = {2,    0,    0, 0, 0xfb, 0xff,
                                          0xff, 0xff, 4, 3, 2,    1};
-  EXPECT_EQ(std::memcmp(r.buffer.data(), little_endian, 12), 0);
+  EXPECT_EQ(std::memcmp(o.buffer.data(), little_endian, 12), 0);
 }
 
 // The text is cut to the room left as snprintf cuts it, at every length,
@@ -190,14 +179,15 @@ TEST(Record, TheHeadIsNativeAndAlwaysWritten) {
 TEST(Record, TextIsCutAsTheFormatterWouldCutIt) {
   for (const char* key : {"bnet.info", "kx.info"}) {
     const std::string text = std::string(key) + "=0123456789";
-    for (size_t capacity = 12; capacity <= 12 + text.size() + 2; ++capacity) {
-      const Record r = classify(make_result(0, 0, text), capacity);
-      std::vector<char> expected(capacity, kGuard);
+    for (int32_t capacity = 12; capacity <= 14 + int32_t(text.size());
+         ++capacity) {
+      const Outcome o = classify(make_result(0, 0, text), capacity);
+      std::vector<char> expected(capacity + kGuardTail, kGuard);
       const int length = std::snprintf(expected.data() + 12, capacity - 12,
                                        "%s", text.c_str());
-      EXPECT_EQ(r.length, 12 + length) << key << " " << capacity;
+      EXPECT_EQ(o.length, 12 + length) << key << " " << capacity;
       EXPECT_TRUE(std::equal(expected.begin() + 12, expected.end(),
-                             r.buffer.begin() + 12))
+                             o.buffer.begin() + 12))
           << key << " " << capacity;
     }
   }
