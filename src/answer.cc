@@ -31,16 +31,17 @@ int walk_results(const resp::Response& response, char* out_buf, int out_size) {
 
 int32_t parser_proto_response(char* out_buf, int32_t* out_len, int32_t out_size,
                               const void* data, int32_t size) {
-  if (out_buf == nullptr || out_len == nullptr || data == nullptr) return -1;
+  if (out_buf == nullptr || out_len == nullptr || data == nullptr)
+    return LINKWARD_ERR_ARGUMENT;
 
   resp::Response response;
   // A cut or malformed answer is walked as far as it parsed, and one that
   // lacks required fields is used all the same, so where the parse ended is
   // not looked at.
   linkward::parse_answer(data, size, response);
-  if (response.ec() != resp::Response::kOK) return -3;
-  if (response.results_size() == 0) return -4;
+  if (response.ec() != resp::Response::kOK) return LINKWARD_ERR_SERVICE;
+  if (response.results_size() == 0) return LINKWARD_ERR_NO_RESULTS;
 
   *out_len = walk_results(response, out_buf, out_size);
-  return 0;
+  return LINKWARD_OK;
 }

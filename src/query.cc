@@ -69,7 +69,8 @@ void build_request(req::Request& request, const char* url, const char* mid,
 int32_t create_proto_request(char* out_buf, int32_t* out_len, int32_t out_size,
                              uint32_t enable, const char* url, const char* mid,
                              const void* vk, uint32_t vk_len) {
-  if (request_arguments_refused(out_buf, out_len, mid, enable)) return -1;
+  if (request_arguments_refused(out_buf, out_len, mid, enable))
+    return LINKWARD_ERR_ARGUMENT;
 
   req::Request request;
   build_request(request, url, mid, vk, vk_len);
@@ -80,8 +81,8 @@ int32_t create_proto_request(char* out_buf, int32_t* out_len, int32_t out_size,
   const size_t encoded = request.ByteSizeLong();
   GOOGLE_CHECK_LE(encoded, static_cast<size_t>(INT32_MAX));
   const int32_t size = static_cast<int32_t>(encoded);
-  if (out_size < size) return -2;
+  if (out_size < size) return LINKWARD_ERR_TOO_SMALL;
   *out_len = size;
   request.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(out_buf));
-  return 0;
+  return LINKWARD_OK;
 }

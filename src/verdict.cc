@@ -12,7 +12,6 @@ namespace resp = linkward::info::resp;
 
 namespace {
 
-constexpr int kRecordHead = 12;  // code, level and sub-type, 32 bits each
 constexpr size_t kWorkTextSize = 512;
 constexpr size_t kWorkTextMax = kWorkTextSize - 1;
 
@@ -54,25 +53,28 @@ int32_t decide(int32_t level, int32_t sub_type, const char* kx) {
   const auto member = [kx](const char* token) {
     return has_value(kx, token) == 1;
   };
-  if (level == 50) return member("sc=101") ? 2 : 1;
-  if (level < 50) return level == 0 ? 0 : 2;
-  if (level == 70) return 5;
-  if (level != 60) return 2;
+  if (level == 50)
+    return member("sc=101") ? LINKWARD_VERDICT_DEFAULT
+                            : LINKWARD_VERDICT_LEVEL_50;
+  if (level < 50)
+    return level == 0 ? LINKWARD_VERDICT_LEVEL_0 : LINKWARD_VERDICT_DEFAULT;
+  if (level == 70) return LINKWARD_VERDICT_LEVEL_70;
+  if (level != 60) return LINKWARD_VERDICT_DEFAULT;
   switch (sub_type) {
     case 10:
-      if (!member("sc=110")) return 3;
-      if (member("ssc=11020")) return 6;
-      if (member("ssc=11021")) return 7;
-      return 3;
+      if (!member("sc=110")) return LINKWARD_VERDICT_LEVEL_60_SUB_10;
+      if (member("ssc=11020")) return LINKWARD_VERDICT_SSC_FIRST;
+      if (member("ssc=11021")) return LINKWARD_VERDICT_SSC_SECOND;
+      return LINKWARD_VERDICT_LEVEL_60_SUB_10;
     case 20:
-      return 4;
+      return LINKWARD_VERDICT_LEVEL_60_SUB_20;
     case 30:
-      if (!member("sc=110")) return 2;
-      if (member("ssc=11012")) return 6;
-      if (member("ssc=11011")) return 7;
-      return 2;
+      if (!member("sc=110")) return LINKWARD_VERDICT_DEFAULT;
+      if (member("ssc=11012")) return LINKWARD_VERDICT_SSC_FIRST;
+      if (member("ssc=11011")) return LINKWARD_VERDICT_SSC_SECOND;
+      return LINKWARD_VERDICT_DEFAULT;
     default:
-      return 2;
+      return LINKWARD_VERDICT_DEFAULT;
   }
 }
 
@@ -107,12 +109,13 @@ int write_record(char* out_buf, int out_size, int32_t code, int32_t level,
   const int32_t head[3] = {code, level, sub_type};
   std::memcpy(out_buf, head, sizeof head);
 
-  const size_t room = static_cast<size_t>(out_size - kRecordHead);
-  char* text = out_buf + kRecordHead;
+  const size_t room = static_cast<size_t>(out_size - LINKWARD_RECORD_HEAD_SIZE);
+  char* text = out_buf + LINKWARD_RECORD_HEAD_SIZE;
   if (bnet[0] != '\0')
-    return kRecordHead + put_text(text, room, "bnet.info=", bnet);
-  if (kx[0] != '\0') return kRecordHead + put_text(text, room, "kx.info=", kx);
-  return kRecordHead;
+    return LINKWARD_RECORD_HEAD_SIZE + put_text(text, room, "bnet.info=", bnet);
+  if (kx[0] != '\0')
+    return LINKWARD_RECORD_HEAD_SIZE + put_text(text, room, "kx.info=", kx);
+  return LINKWARD_RECORD_HEAD_SIZE;
 }
 
 }  // namespace
@@ -126,8 +129,8 @@ int parser_one_result(const resp::MD5Result& result, char* out_buf,
   WorkText kx;
   bnet[0] = kx[0] = '\0';
   const bool has_bnet = scan_values(result, bnet, kx);
-  const int32_t code =
-      has_bnet ? 8 : decide(result.level(), result.sub_type(), kx);
+  const int32_t code = has_bnet ? LINKWARD_VERDICT_BNET_INFO
+                                : decide(result.level(), result.sub_type(), kx);
   return write_record(out_buf, out_size, code, result.level(),
                       result.sub_type(), bnet, kx);
 }
