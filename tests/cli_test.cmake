@@ -138,6 +138,7 @@ check(0 "" [[mkdir taken sub && mkfifo fifo && truncate -s 2G big.bin &&
   ln -s real.bin link.bin && ln -s sub/made.bin dangling && ln -s /proc/self/fd/1 stdout-link &&
   echo kept > read-only.bin && chmod 444 read-only.bin]])
 check(3 "big.bin: 2147483648 bytes, more than the 2147483647" [[linkward verdict big.bin]])
+check(2 "--output: the file name is empty" [[linkward answer -o '']])
 check(1 "cannot write taken: Is a directory" [[linkward answer -o taken]])
 check(1 "cannot write no/such.bin: No such file or directory" [[linkward answer -o no/such.bin]])
 check(0 "parse: whole, 10 bytes" [[linkward request abc -o replaced.bin &&

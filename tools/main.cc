@@ -44,6 +44,14 @@ void describe(CLI::App* sub, const std::string& text) {
   sub->footer(text + "\nExit status: see linkward --help.");
 }
 
+// An empty name would otherwise pass for an option left out, or reach open()
+// and come back as "No such file or directory".
+const CLI::Validator kFileName(
+    [](std::string& name) {
+      return name.empty() ? std::string("the file name is empty") : "";
+    },
+    "");
+
 // -o FILE and --cut N, shared by the subcommands that make bytes: raw bytes
 // into FILE; without it, hex on stdout.
 struct OutputArgs {
@@ -54,7 +62,8 @@ struct OutputArgs {
 void add_output(CLI::App* sub, OutputArgs& out) {
   sub->add_option("-o,--output", out.path,
                   "Write the raw bytes into FILE (- for stdout)")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(kFileName);
   sub->add_option("--cut", out.cut, "Keep only the first N bytes")
       ->type_name("N")
       ->check(CLI::NonNegativeNumber.description(""));
@@ -78,7 +87,8 @@ struct InputArgs {
 
 void add_input(CLI::App* sub, InputArgs& in, const std::string& what) {
   in.file = sub->add_option("FILE", in.path, what + "; - or none for stdin")
-                ->type_name("");
+                ->type_name("")
+                ->check(kFileName);
 }
 
 void add_hex_and_json(CLI::App* sub, InputArgs& in) {
@@ -127,6 +137,7 @@ void add_request(CLI::App& app, RequestArgs& a) {
                          ->type_name("HEX");
   sub->add_option("--vk-file", a.vk_file, "Read the vk bytes from FILE")
       ->type_name("FILE")
+      ->check(kFileName)
       ->excludes(hex);
   add_output(sub, a.out);
   describe(sub, "Example: linkward request http://example.com/ --vk-hex 0102");
