@@ -122,14 +122,13 @@ check(3 "unknown_fields[0].number is not what the record"
 
 check(2 "give a subcommand" [[linkward]])
 check(2 "did you mean 'verdict'?" [[linkward verdcit typical.hex]])
-check(2 "--ec" [[linkward answer --ec 7]])
+check(2 "--cut: -1 is outside 0 to 2147483647 (see" [[linkward answer --cut -1]])
+check(2 "--buffer: '12.0' is not a whole number (see" [[linkward verdict --buffer 12.0 typical.hex]])
 check(2 "--value 'novalue' is not KEY=VALUE" [[linkward answer --value novalue]])
 check(2 "--vk-hex: 'x' at offset 4 (in '0x02') is not a hex digit; write the bytes without 0x"
   [[linkward request u --vk-hex '01 0x02']])
-check(2 "--buffer" [[linkward verdict --buffer 11 typical.hex]])
 check(2 "--as" [[linkward inspect typical.hex]])
 check(2 "--as" [[linkward inspect typical.hex --as reply]])
-check(2 "--cut" [[linkward answer --cut -1]])
 check(3 "cannot read missing.bin: No such file or directory" [[linkward verdict missing.bin]])
 check(3 "stdin: '1' at offset 6 has an odd number" [[echo 08 00 1 | linkward verdict --hex]])
 

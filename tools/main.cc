@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <limits>
 #include <map>
@@ -52,6 +53,31 @@ const CLI::Validator kFileName(
     },
     "");
 
+// Numbers are read here rather than by CLI11, which takes 010 for octal,
+// lets values past int64_t through, and calls 12.0 "not in range". The value
+// goes on to CLI11 in plain decimal.
+template <typename Number>
+CLI::Option* add_number(CLI::App* sub, const std::string& name, Number& value,
+                        const std::string& help,
+                        int64_t least = std::numeric_limits<Number>::min(),
+                        int64_t most = std::numeric_limits<Number>::max()) {
+  const CLI::Validator whole(
+      [least, most](std::string& text) {
+        int64_t number = 0;
+        const char* end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, number);
+        if (error == std::errc::invalid_argument || stop != end)
+          return "'" + escaped(text) + "' is not a whole number";
+        if (error != std::errc() || number < least || number > most)
+          return text + " is outside " + std::to_string(least) + " to " +
+                 std::to_string(most);
+        text = std::to_string(number);
+        return std::string();
+      },
+      "");
+  return sub->add_option(name, value, help)->type_name("N")->transform(whole);
+}
+
 // -o FILE and --cut N, shared by the subcommands that make bytes: raw bytes
 // into FILE; without it, hex on stdout.
 struct OutputArgs {
@@ -64,9 +90,8 @@ void add_output(CLI::App* sub, OutputArgs& out) {
                   "Write the raw bytes into FILE (- for stdout)")
       ->type_name("FILE")
       ->check(kFileName);
-  sub->add_option("--cut", out.cut, "Keep only the first N bytes")
-      ->type_name("N")
-      ->check(CLI::NonNegativeNumber.description(""));
+  add_number(sub, "--cut", out.cut, "Keep only the first N bytes", 0,
+             std::numeric_limits<int32_t>::max());
 }
 
 void emit(const std::string& bytes, const OutputArgs& out) {
@@ -180,14 +205,11 @@ void add_answer(CLI::App& app, AnswerArgs& a) {
   a.sub = app.add_subcommand(
       "answer", "Make an answer as the service would send it, for tests");
   CLI::App* sub = a.sub;
-  sub->add_option("--ec", a.ec, "The answer's error code, 0 (kOK) to 6")
-      ->type_name("N")
-      ->check(CLI::Range(0, 6).description(""));
-  sub->add_option("--level", a.level, "The per-hash result's level (default 0)")
-      ->type_name("N");
+  add_number(sub, "--ec", a.ec, "The answer's error code, 0 (kOK) to 6", 0, 6);
+  add_number(sub, "--level", a.level,
+             "The per-hash result's level (default 0)");
   a.sub_type_given =
-      sub->add_option("--sub-type", a.sub_type, "Its sub_type (default unset)")
-          ->type_name("N");
+      add_number(sub, "--sub-type", a.sub_type, "Its sub_type (default unset)");
   a.kx_given = sub->add_option("--kx", a.kx, "Add a kx.info pair with TEXT");
   a.bnet_given =
       sub->add_option("--bnet", a.bnet, "Add a bnet.info pair with TEXT");
@@ -262,11 +284,10 @@ void add_verdict(CLI::App& app, VerdictArgs& a) {
       "verdict", "Show the verdict the library makes of answer bytes");
   add_input(sub, a.in, "The answer's bytes");
   add_hex_and_json(sub, a.in);
-  sub->add_option("--buffer", a.buffer,
-                  "The record buffer handed to the library, 12 to 1048576 "
-                  "(default 534)")
-      ->type_name("N")
-      ->check(CLI::Range(LINKWARD_RECORD_HEAD_SIZE, 1 << 20).description(""));
+  add_number(sub, "--buffer", a.buffer,
+             "The record buffer handed to the library, 12 to 1048576 "
+             "(default 534)",
+             LINKWARD_RECORD_HEAD_SIZE, 1 << 20);
   describe(sub,
            "Prints the verdict code (0 to 8) with the rule that chose it, the "
            "level,\nthe sub_type, the text and the per-hash result it came "
