@@ -121,7 +121,8 @@ check(3 "unknown_fields[0].number is not what the record"
   [[echo '{"unknown_fields": [{"number": 2, "bytes": "08 07"}]}' | linkward encode --as answer]])
 
 check(2 "give a subcommand" [[linkward]])
-check(2 "did you mean 'verdict'?" [[linkward verdcit typical.hex]])
+check(2 "not expected: verdcit typical.hex; did you mean 'verdict'?"
+  [[linkward verdcit typical.hex]])
 check(2 "--cut: -1 is outside 0 to 2147483647 (see" [[linkward answer --cut -1]])
 check(2 "--buffer: '12.0' is not a whole number (see" [[linkward verdict --buffer 12.0 typical.hex]])
 check(2 "--value 'novalue' is not KEY=VALUE" [[linkward answer --value novalue]])

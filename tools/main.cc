@@ -402,8 +402,15 @@ std::string suggestion(const CLI::App* app) {
 }
 
 std::string usage_failure(const CLI::App* app, const CLI::Error& e) {
-  return std::string("linkward: ") + e.what() + suggestion(app) +
-         " (see --help)\n";
+  std::string what = e.what();
+  // CLI11's own message lists them last first.
+  const std::vector<std::string> extras = app->remaining(true);
+  if (dynamic_cast<const CLI::ExtrasError*>(&e) != nullptr && !extras.empty())
+    what =
+        (extras.size() == 1 ? "The following argument was not expected: "
+                            : "The following arguments were not expected: ") +
+        CLI::detail::join(extras, " ");
+  return "linkward: " + what + suggestion(app) + " (see --help)\n";
 }
 
 }  // namespace
