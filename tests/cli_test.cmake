@@ -54,6 +54,7 @@ check(0 "linkward 1.0.0" [[linkward --version]])
 check(0 "  encode  " [[linkward --help]])
 check(0 "Usage: linkward encode" [[linkward encode --help]])
 check(0 "scripts/dev test " "${SOURCE_DIR}/scripts/dev --help")
+check(0 "" "groff -man -Tutf8 -ww -z ${SOURCE_DIR}/docs/linkward.1 2>&1 | (! grep .)")
 
 check(0 "\n3a 02 01 02 42 03 75 72 6c 4a 02 4d 31 6a 06 6b\n"
   [[linkward request abc --mid M1 --vk-hex 0102]])
