@@ -28,6 +28,8 @@ install(FILES ${schema_files}
 if(TARGET linkward_cli)
   install(TARGETS linkward_cli
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES docs/linkward.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endif()
 
 install(EXPORT linkward-targets NAMESPACE linkward::

@@ -5,7 +5,9 @@
  *
  *   linkward-verdict ANSWER_FILE    (try it on answer.bin beside this file)
  */
+#include <errno.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "linkward.h"
 
@@ -21,14 +23,23 @@ int main(int argc, char** argv) {
   size_t size;
   FILE* file;
 
-  if (argc != 2 || (file = fopen(argv[1], "rb")) == NULL) {
+  if (argc != 2) {
     fprintf(stderr, "usage: linkward-verdict ANSWER_FILE\n");
+    return 2;
+  }
+  if ((file = fopen(argv[1], "rb")) == NULL) {
+    fprintf(stderr, "linkward-verdict: cannot open %s: %s\n", argv[1],
+            strerror(errno));
     return 2;
   }
   size = fread(answer, 1, sizeof answer, file);
   if (ferror(file) || !feof(file)) {
-    fprintf(stderr, "%s: unreadable, or longer than %u bytes\n", argv[1],
-            (unsigned)sizeof answer);
+    if (ferror(file))
+      fprintf(stderr, "linkward-verdict: cannot read %s: %s\n", argv[1],
+              strerror(errno));
+    else
+      fprintf(stderr, "linkward-verdict: %s is longer than %u bytes\n", argv[1],
+              (unsigned)sizeof answer);
     fclose(file);
     return 2;
   }

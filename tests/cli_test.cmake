@@ -54,6 +54,7 @@ check(0 "linkward 1.0.0" [[linkward --version]])
 check(0 "  encode  " [[linkward --help]])
 check(0 "Usage: linkward encode" [[linkward encode --help]])
 check(0 "scripts/dev test " "${SOURCE_DIR}/scripts/dev --help")
+check(0 "" "groff -man -Tutf8 -ww -z ${SOURCE_DIR}/docs/linkward.1 2>&1 | (! grep .)")
 
 check(0 "\n3a 02 01 02 42 03 75 72 6c 4a 02 4d 31 6a 06 6b\n"
   [[linkward request abc --mid M1 --vk-hex 0102]])
@@ -121,15 +122,15 @@ check(3 "unknown_fields[0].number is not what the record"
   [[echo '{"unknown_fields": [{"number": 2, "bytes": "08 07"}]}' | linkward encode --as answer]])
 
 check(2 "give a subcommand" [[linkward]])
-check(2 "did you mean 'verdict'?" [[linkward verdcit typical.hex]])
-check(2 "--ec" [[linkward answer --ec 7]])
+check(2 "not expected: verdcit typical.hex; did you mean 'verdict'?"
+  [[linkward verdcit typical.hex]])
+check(2 "--cut: -1 is outside 0 to 2147483647 (see" [[linkward answer --cut -1]])
+check(2 "--buffer: '12.0' is not a whole number (see" [[linkward verdict --buffer 12.0 typical.hex]])
 check(2 "--value 'novalue' is not KEY=VALUE" [[linkward answer --value novalue]])
 check(2 "--vk-hex: 'x' at offset 4 (in '0x02') is not a hex digit; write the bytes without 0x"
   [[linkward request u --vk-hex '01 0x02']])
-check(2 "--buffer" [[linkward verdict --buffer 11 typical.hex]])
 check(2 "--as" [[linkward inspect typical.hex]])
 check(2 "--as" [[linkward inspect typical.hex --as reply]])
-check(2 "--cut" [[linkward answer --cut -1]])
 check(3 "cannot read missing.bin: No such file or directory" [[linkward verdict missing.bin]])
 check(3 "stdin: '1' at offset 6 has an odd number" [[echo 08 00 1 | linkward verdict --hex]])
 
@@ -138,6 +139,7 @@ check(0 "" [[mkdir taken sub && mkfifo fifo && truncate -s 2G big.bin &&
   ln -s real.bin link.bin && ln -s sub/made.bin dangling && ln -s /proc/self/fd/1 stdout-link &&
   echo kept > read-only.bin && chmod 444 read-only.bin]])
 check(3 "big.bin: 2147483648 bytes, more than the 2147483647" [[linkward verdict big.bin]])
+check(2 "--output: the file name is empty" [[linkward answer -o '']])
 check(1 "cannot write taken: Is a directory" [[linkward answer -o taken]])
 check(1 "cannot write no/such.bin: No such file or directory" [[linkward answer -o no/such.bin]])
 check(0 "parse: whole, 10 bytes" [[linkward request abc -o replaced.bin &&

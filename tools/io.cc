@@ -105,12 +105,39 @@ bool writable(const std::string& path, const struct stat& st) {
   return access(path.c_str(), W_OK) == 0 && (st.st_mode & 0222) != 0;
 }
 
+std::string folder_of(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// The rename is only lasting once the folder is on disk. A file system that
+// cannot flush a folder (EINVAL) keeps its names some other way.
+void sync_folder(const std::string& path, const std::string& folder) {
+  const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY);
+  const bool synced = fd >= 0 && (fsync(fd) == 0 || errno == EINVAL);
+  const std::string why = reason();
+  if (fd >= 0) close(fd);
+  if (!synced)
+    throw Failure(kFailed, path + " was written, but its folder '" +
+                               escaped(folder) +
+                               "' could not be flushed to disk: " + why);
+}
+
 // A new file beside `path`, renamed over it once whole. It takes the mode
-// and owner of the file it replaces, or those a plain create would give.
+// and owner of the file it replaces, or those a plain create would give. The
+// file reaches the disk before the rename and the folder after it, so that a
+// power loss leaves the old file or the new one.
 void replace(const std::string& path, const std::string& bytes,
              const struct stat* old) {
   std::string temp = path + ".XXXXXX";
+  const std::string folder = folder_of(path);
   const int fd = mkstemp(temp.data());
+  // The file itself may well be writable: the new one is made beside it.
+  if (fd < 0 && (errno == EACCES || errno == EPERM))
+    throw cannot_write(path, "the folder '" + escaped(folder) +
+                                 "' does not let a file be made in it (" +
+                                 reason() + ")");
   if (fd < 0) throw cannot_write(path, reason());
   if (old != nullptr) {
     // Only root may give a file away: for anyone else the file they replace
@@ -123,13 +150,14 @@ void replace(const std::string& path, const std::string& bytes,
     umask(mask);
     fchmod(fd, 0666 & ~mask);
   }
-  bool written = write_all(fd, bytes);
+  bool written = write_all(fd, bytes) && fsync(fd) == 0;
   std::string why = reason();
   if (close(fd) != 0 && written) {
     written = false;
     why = reason();
   }
-  if (written && std::rename(temp.c_str(), path.c_str()) == 0) return;
+  if (written && std::rename(temp.c_str(), path.c_str()) == 0)
+    return sync_folder(path, folder);
   if (written) why = reason();
   unlink(temp.c_str());
   throw cannot_write(path, why);

@@ -49,9 +49,10 @@ std::string escaped(const std::string& bytes);
 
 // Writes `bytes` where -o names: "-" is stdout; a regular file, or a name
 // not taken yet, is written beside it and renamed over it, so it is never
-// left half-written; a symbolic link is followed to its target; a device, a
-// FIFO or another file that is not regular is written in place. A file that
-// cannot be written is an error, and it stays as it was.
+// left half-written, even by a power loss; a symbolic link is followed to its
+// target; a device, a FIFO or another file that is not regular is written in
+// place. A file that cannot be written, or whose folder lets no file be made
+// beside it, is an error, and it stays as it was.
 void write_output(const std::string& path, const std::string& bytes);
 
 // Writes to stdout and throws Failure(kFailed) when that failed.

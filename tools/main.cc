@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <limits>
 #include <map>
@@ -44,6 +45,39 @@ void describe(CLI::App* sub, const std::string& text) {
   sub->footer(text + "\nExit status: see linkward --help.");
 }
 
+// An empty name would otherwise pass for an option left out, or reach open()
+// and come back as "No such file or directory".
+const CLI::Validator kFileName(
+    [](std::string& name) {
+      return name.empty() ? std::string("the file name is empty") : "";
+    },
+    "");
+
+// Numbers are read here rather than by CLI11, which takes 010 for octal,
+// lets values past int64_t through, and calls 12.0 "not in range". The value
+// goes on to CLI11 in plain decimal.
+template <typename Number>
+CLI::Option* add_number(CLI::App* sub, const std::string& name, Number& value,
+                        const std::string& help,
+                        int64_t least = std::numeric_limits<Number>::min(),
+                        int64_t most = std::numeric_limits<Number>::max()) {
+  const CLI::Validator whole(
+      [least, most](std::string& text) {
+        int64_t number = 0;
+        const char* end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, number);
+        if (error == std::errc::invalid_argument || stop != end)
+          return "'" + escaped(text) + "' is not a whole number";
+        if (error != std::errc() || number < least || number > most)
+          return text + " is outside " + std::to_string(least) + " to " +
+                 std::to_string(most);
+        text = std::to_string(number);
+        return std::string();
+      },
+      "");
+  return sub->add_option(name, value, help)->type_name("N")->transform(whole);
+}
+
 // -o FILE and --cut N, shared by the subcommands that make bytes: raw bytes
 // into FILE; without it, hex on stdout.
 struct OutputArgs {
@@ -54,10 +88,10 @@ struct OutputArgs {
 void add_output(CLI::App* sub, OutputArgs& out) {
   sub->add_option("-o,--output", out.path,
                   "Write the raw bytes into FILE (- for stdout)")
-      ->type_name("FILE");
-  sub->add_option("--cut", out.cut, "Keep only the first N bytes")
-      ->type_name("N")
-      ->check(CLI::NonNegativeNumber.description(""));
+      ->type_name("FILE")
+      ->check(kFileName);
+  add_number(sub, "--cut", out.cut, "Keep only the first N bytes", 0,
+             std::numeric_limits<int32_t>::max());
 }
 
 void emit(const std::string& bytes, const OutputArgs& out) {
@@ -78,7 +112,8 @@ struct InputArgs {
 
 void add_input(CLI::App* sub, InputArgs& in, const std::string& what) {
   in.file = sub->add_option("FILE", in.path, what + "; - or none for stdin")
-                ->type_name("");
+                ->type_name("")
+                ->check(kFileName);
 }
 
 void add_hex_and_json(CLI::App* sub, InputArgs& in) {
@@ -127,6 +162,7 @@ void add_request(CLI::App& app, RequestArgs& a) {
                          ->type_name("HEX");
   sub->add_option("--vk-file", a.vk_file, "Read the vk bytes from FILE")
       ->type_name("FILE")
+      ->check(kFileName)
       ->excludes(hex);
   add_output(sub, a.out);
   describe(sub, "Example: linkward request http://example.com/ --vk-hex 0102");
@@ -169,14 +205,11 @@ void add_answer(CLI::App& app, AnswerArgs& a) {
   a.sub = app.add_subcommand(
       "answer", "Make an answer as the service would send it, for tests");
   CLI::App* sub = a.sub;
-  sub->add_option("--ec", a.ec, "The answer's error code, 0 (kOK) to 6")
-      ->type_name("N")
-      ->check(CLI::Range(0, 6).description(""));
-  sub->add_option("--level", a.level, "The per-hash result's level (default 0)")
-      ->type_name("N");
+  add_number(sub, "--ec", a.ec, "The answer's error code, 0 (kOK) to 6", 0, 6);
+  add_number(sub, "--level", a.level,
+             "The per-hash result's level (default 0)");
   a.sub_type_given =
-      sub->add_option("--sub-type", a.sub_type, "Its sub_type (default unset)")
-          ->type_name("N");
+      add_number(sub, "--sub-type", a.sub_type, "Its sub_type (default unset)");
   a.kx_given = sub->add_option("--kx", a.kx, "Add a kx.info pair with TEXT");
   a.bnet_given =
       sub->add_option("--bnet", a.bnet, "Add a bnet.info pair with TEXT");
@@ -251,11 +284,10 @@ void add_verdict(CLI::App& app, VerdictArgs& a) {
       "verdict", "Show the verdict the library makes of answer bytes");
   add_input(sub, a.in, "The answer's bytes");
   add_hex_and_json(sub, a.in);
-  sub->add_option("--buffer", a.buffer,
-                  "The record buffer handed to the library, 12 to 1048576 "
-                  "(default 534)")
-      ->type_name("N")
-      ->check(CLI::Range(LINKWARD_RECORD_HEAD_SIZE, 1 << 20).description(""));
+  add_number(sub, "--buffer", a.buffer,
+             "The record buffer handed to the library, 12 to 1048576 "
+             "(default 534)",
+             LINKWARD_RECORD_HEAD_SIZE, 1 << 20);
   describe(sub,
            "Prints the verdict code (0 to 8) with the rule that chose it, the "
            "level,\nthe sub_type, the text and the per-hash result it came "
@@ -370,8 +402,15 @@ std::string suggestion(const CLI::App* app) {
 }
 
 std::string usage_failure(const CLI::App* app, const CLI::Error& e) {
-  return std::string("linkward: ") + e.what() + suggestion(app) +
-         " (see --help)\n";
+  std::string what = e.what();
+  // CLI11's own message lists them last first.
+  const std::vector<std::string> extras = app->remaining(true);
+  if (dynamic_cast<const CLI::ExtrasError*>(&e) != nullptr && !extras.empty())
+    what =
+        (extras.size() == 1 ? "The following argument was not expected: "
+                            : "The following arguments were not expected: ") +
+        CLI::detail::join(extras, " ");
+  return "linkward: " + what + suggestion(app) + " (see --help)\n";
 }
 
 }  // namespace
