@@ -41,6 +41,11 @@ install(FILES ${PROJECT_BINARY_DIR}/linkward-config.cmake
               ${PROJECT_BINARY_DIR}/linkward-config-version.cmake
   DESTINATION ${LINKWARD_INSTALL_CMAKEDIR} COMPONENT development)
 
+# The prefix is found from where the .pc file is (${pcfiledir}), so that an
+# install staged under DESTDIR or moved elsewhere reads its own files.
+set(LINKWARD_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+cmake_path(RELATIVE_PATH LINKWARD_PC_PREFIX
+  BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 configure_file(cmake/linkward.pc.in ${PROJECT_BINARY_DIR}/linkward.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/linkward.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
