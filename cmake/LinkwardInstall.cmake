@@ -35,14 +35,19 @@ endif()
 install(EXPORT linkward-targets NAMESPACE linkward::
   DESTINATION ${LINKWARD_INSTALL_CMAKEDIR} COMPONENT development)
 configure_package_config_file(cmake/linkward-config.cmake.in
-  ${CMAKE_BINARY_DIR}/linkward-config.cmake
+  ${PROJECT_BINARY_DIR}/linkward-config.cmake
   INSTALL_DESTINATION ${LINKWARD_INSTALL_CMAKEDIR})
-write_basic_package_version_file(${CMAKE_BINARY_DIR}/linkward-config-version.cmake
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/linkward-config-version.cmake
   COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_BINARY_DIR}/linkward-config.cmake
-              ${CMAKE_BINARY_DIR}/linkward-config-version.cmake
+install(FILES ${PROJECT_BINARY_DIR}/linkward-config.cmake
+              ${PROJECT_BINARY_DIR}/linkward-config-version.cmake
   DESTINATION ${LINKWARD_INSTALL_CMAKEDIR} COMPONENT development)
 
-configure_file(cmake/linkward.pc.in ${CMAKE_BINARY_DIR}/linkward.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/linkward.pc
+# The prefix is found from where the .pc file is (${pcfiledir}), so that an
+# install staged under DESTDIR or moved elsewhere reads its own files.
+set(LINKWARD_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+cmake_path(RELATIVE_PATH LINKWARD_PC_PREFIX
+  BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+configure_file(cmake/linkward.pc.in ${PROJECT_BINARY_DIR}/linkward.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/linkward.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

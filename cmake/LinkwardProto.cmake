@@ -6,7 +6,7 @@
 # is given the number of enumeration fields it declares, and the step fails the
 # build unless it finds exactly that many sites.
 
-set(LINKWARD_GENERATED_DIR ${CMAKE_BINARY_DIR}/generated)
+set(LINKWARD_GENERATED_DIR ${PROJECT_BINARY_DIR}/generated)
 set(LINKWARD_ENUM_PATCH ${CMAKE_CURRENT_LIST_DIR}/KeepEnumVarints.cmake)
 
 # linkward_generate_messages(<out-var> <proto> <enum-sites> [<proto> <enum-sites>]...)
