@@ -1,19 +1,16 @@
 #!/usr/bin/env bash
-# Runs the one block of README.md that installs into $STAGING as written:
-# its install and consumer commands against this build (BUILD, in place of
-# the folder the block configures and builds), with $ROOTFS and $STAGING
-# under WORK and the protobuf lite runtime alone staged beforehand from ROOT
-# (a cross build's sysroot, or the host). Then runs what it built, and a C++
-# caller of the message classes built with find_package.
-#
+# Runs README.md's one block that installs into $STAGING as written, against
+# this build (BUILD, for the block's own), with $ROOTFS and $STAGING under WORK
+# and only the protobuf lite runtime staged from ROOT (a cross build's sysroot,
+# or the host); then what it built, beside a C++ caller (consumer/).
 # Environment: README BUILD LIBRARY (the built library) SOURCE WORK ARCH, CC
 # and CXX (compiler and flags), and in a cross build TOOLCHAIN, ROOT and ZIG.
 set -euo pipefail
 fail() { echo "install_recipe: $*" >&2; exit 1; }
 unset PKG_CONFIG_PATH PKG_CONFIG_LIBDIR PKG_CONFIG_SYSROOT_DIR
 
-# Lines continued with a backslash are joined. The lines that configure and
-# build the recipe's folder are skipped: this build stands in for it.
+# Continued lines joined; the lines that configure and build the block's own
+# folder give way to this build.
 recipe=$(awk '/^```/ { if (inside && index(block, "DESTDIR=$STAGING")) { n++; kept = block }
     inside = !inside; block = ""; next }
   inside { block = block $0 "\n" }
@@ -21,21 +18,18 @@ recipe=$(awk '/^```/ { if (inside && index(block, "DESTDIR=$STAGING")) { n++; ke
   fail "README.md must hold exactly one block that installs into \$STAGING"
 folder=$(sed -n 's/^cmake -S \. -B \([^ ]*\).*/\1/p' <<<"$recipe")
 [ -n "$folder" ] || fail "the recipe configures no build folder"
-recipe=$(grep -Ev "^cmake (-S \. -B|--build) $folder( |$)" <<<"$recipe" |
-  sed "s# $folder\b# $BUILD#g")
+recipe=$(grep -Ev "^cmake (-S \. -B|--build) $folder( |$)" <<<"$recipe" | sed "s# $folder\b# $BUILD#g")
 
 export STAGING=$WORK/staging ROOTFS=$WORK/rootfs
 rm -rf "$WORK"
-mkdir -p "$STAGING" "$ROOTFS"
+mkdir -p "$STAGING/usr/lib/pkgconfig" "$STAGING/usr/include/google" "$ROOTFS"
 ln -s "$SOURCE/examples" "$WORK/examples"
-if [ -n "${ZIG:-}" ]; then
-  # The musl sysroot is the firmware's whole system, protobuf-lite included.
+if [ -n "${ZIG:-}" ]; then  # the musl sysroot is the firmware's whole system
   cp -a "$ROOT/." "$STAGING"
 else
-  lib=usr/lib/$ARCH
-  mkdir -p "$STAGING/$lib" "$STAGING/usr/lib/pkgconfig" "$STAGING/usr/include/google"
-  cp -a "${ROOT:-}/$lib"/libprotobuf-lite.so* "$STAGING/$lib"
-  cp "${ROOT:-}/$lib/pkgconfig/protobuf-lite.pc" "$STAGING/usr/lib/pkgconfig"
+  mkdir -p "$STAGING/usr/lib/$ARCH"
+  cp -a "${ROOT:-}/usr/lib/$ARCH"/libprotobuf-lite.so* "$STAGING/usr/lib/$ARCH"
+  cp "${ROOT:-}/usr/lib/$ARCH/pkgconfig/protobuf-lite.pc" "$STAGING/usr/lib/pkgconfig"
   cp -a "${ROOT:-}/usr/include/google/protobuf" "$STAGING/usr/include/google"
 fi
 
@@ -61,18 +55,16 @@ shipped=$(find "$ROOTFS" ! -type d -printf '%f\n' | sort | tr '\n' ' ')
   fail "the runtime component is not stripped"
 find "$STAGING" -name kx_response.proto | grep -q . || fail "the schema files are not installed"
 
-# The .pc file leads to the staged files by itself, through PKG_CONFIG_PATH
+# linkward.pc leads to the staged files by itself, through PKG_CONFIG_PATH
 # alone.
-pc=$(dirname "$(find "$STAGING" -name linkward.pc)")
-flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs linkward)
+flags=$(PKG_CONFIG_PATH=$(dirname "$(find "$STAGING" -name linkward.pc)") pkg-config --cflags --libs linkward)
 found=
 for flag in $flags; do
-  if [[ $flag == -[IL]"$STAGING"/* ]] &&
-    [ -e "${flag:2}/linkward.h" -o -e "${flag:2}/liblinkward.so" ]; then found+=${flag:1:1}; fi
+  [[ $flag == -[IL]$STAGING/* ]] && [ -e "${flag:2}/linkward.h" -o -e "${flag:2}/liblinkward.so" ] &&
+    found+=${flag:1:1}
 done
 [ "$found" = IL ] || fail "linkward.pc through PKG_CONFIG_PATH alone gives: $flags"
 
-cmake -S "$SOURCE/tests/consumer" -B "$WORK/consumer" -G Ninja \
-  -DCMAKE_PREFIX_PATH="$STAGING/usr" -DRECIPE="$WORK"
+cmake -S "$SOURCE/tests/consumer" -B "$WORK/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$STAGING/usr" -DRECIPE="$WORK"
 cmake --build "$WORK/consumer"
 ctest --test-dir "$WORK/consumer" --output-on-failure --no-tests=error

@@ -1,6 +1,5 @@
-// A C++ caller that found linkward through find_package: the generated
-// message classes over the protobuf-lite runtime that linkward::linkward
-// brings along, and the entry points declared for C++ alone.
+// A C++ caller through find_package: the message classes over the lite
+// runtime that linkward::linkward brings, and the C++-only entry points.
 #include "kx_response.pb.h"
 #include "linkward.h"
 
