@@ -11,9 +11,9 @@
 #include <memory>
 #include <string>
 
-#include "answer.h"
 #include "check.h"
 #include "kx_response.pb.h"
+#include "wire.h"
 
 namespace resp = linkward::info::resp;
 
@@ -37,7 +37,7 @@ void check_provenance(const resp::MD5Result& result, const Outcome& o) {
     from_a_pair =
         from_a_pair || text.compare(0, o.text().size(), o.text()) == 0;
   }
-  require((o.code() == 8) == has_bnet, "8 means a bnet.info pair");
+  require((o.head(0) == 8) == has_bnet, "8 means a bnet.info pair");
   require(from_a_pair, "the text is a pair's key and value");
 }
 
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::memcpy(answer.get(), data + 2, answer_size);
 
   const Outcome o =
-      parse_bytes(answer.get(), static_cast<int32_t>(answer_size), capacity);
+      parse(answer.get(), static_cast<int32_t>(answer_size), capacity);
   const std::string broken = broken_promise(o);
   require(broken.empty(), broken.c_str());
 

@@ -3,8 +3,6 @@
 // fault, read the classic way (a nested message never reads past the one
 // holding it, a value cut short keeps the bytes that came, a tag may take
 // ten bytes); the parse names the first fault's byte.
-#include "answer.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -12,7 +10,6 @@
 #include <vector>
 
 #include "answer_parse.h"
-#include "kx_response.pb.h"
 #include "wire.h"
 
 namespace resp = linkward::info::resp;
@@ -22,11 +19,12 @@ namespace {
 struct Answer {
   const char* what;
   std::string bytes;
-  const char* told;  // what the caller is told
+  std::string told;  // what the caller is told
   // "whole"; or "stops at N", N the byte of the field where the parse
   // stopped; or "reaches past at N", N where a message's length first
   // reached past the message holding it or the bytes, the parse reading on.
   const char* parse;
+  int32_t capacity = 534;
 };
 
 std::string parsed(const std::string& bytes) {
@@ -52,6 +50,8 @@ const std::string kLevel70 = "12 06 10 01 22 02 10 46";  // a result, code 5
 
 std::vector<Answer> answers() {
   const auto hex = from_hex;
+  const std::string mebibyte(1 << 20, 'x'), bnet = "code 8, bnet.info=";
+  const std::string large_bnet = one_pair_answer(50, "bnet.info", mebibyte);
   return {
       // Refusals.
       {"a service error, however many results",
@@ -161,12 +161,25 @@ std::vector<Answer> answers() {
        "whole"},
       {"groups 99 deep after the level", level_70_then(groups(99)), "code 5",
        "stops at 8"},
+      // Large answers: the first per-hash result counts however far in it
+      // is; of a value only its first 511 bytes; 534 bytes hold the longest
+      // record, and a smaller capacity cuts it.
+      {"20,000 results first", crowded_answer(),
+       "code 7, kx.info=sc=110|ssc=11011", "whole"},
+      {"a member past 511 bytes",
+       one_pair_answer(50, "kx.info", mebibyte + "|sc=101"),
+       "code 1, kx.info=" + mebibyte.substr(0, 511), "whole"},
+      {"1 MiB of bnet.info", large_bnet, bnet + mebibyte.substr(0, 511),
+       "whole"},
+      {"in 533 bytes", large_bnet,
+       bnet + mebibyte.substr(0, 510) + " (cut from 521)", "whole", 533},
+      {"in the head alone", large_bnet, "code 8 (cut from 521)", "whole", 12},
   };
 }
 
 TEST(Answer, WhatTheCallerIsTold) {
   for (const Answer& a : answers()) {
-    const Outcome o = parse(a.bytes);
+    const Outcome o = parse(a.bytes, a.capacity);
     EXPECT_EQ(broken_promise(o), "") << a.what;
     EXPECT_EQ(told(o), a.told) << a.what;
     EXPECT_EQ(parsed(a.bytes), a.parse) << a.what;
@@ -174,13 +187,26 @@ TEST(Answer, WhatTheCallerIsTold) {
 }
 
 TEST(Answer, RefusesNullPointersWithoutWriting) {
-  char buffer[16];
+  std::vector<char> buffer(16, kGuard);
   int32_t length = kUnsetLength;
-  const char data[] = {0x08, 0x00};
-  EXPECT_EQ(parser_proto_response(nullptr, &length, 16, data, 2), -1);
-  EXPECT_EQ(parser_proto_response(buffer, nullptr, 16, data, 2), -1);
-  EXPECT_EQ(parser_proto_response(buffer, &length, 16, nullptr, 2), -1);
-  EXPECT_EQ(length, kUnsetLength);
+  const std::string data = typical_answer();
+  const int32_t size = static_cast<int32_t>(data.size());
+  EXPECT_EQ(parser_proto_response(nullptr, &length, 16, data.data(), size), -1);
+  EXPECT_EQ(
+      parser_proto_response(buffer.data(), nullptr, 16, data.data(), size), -1);
+  EXPECT_EQ(parser_proto_response(buffer.data(), &length, 16, nullptr, size),
+            -1);
+  EXPECT_TRUE(length == kUnsetLength && untouched_from(buffer));
+}
+
+// A negative size is a caller's error no answer can cause: it stops on the
+// runtime's fatal check before a byte is read.
+TEST(AnswerDeathTest, NegativeSizeStopsOnTheRuntimeCheck) {
+  const std::string answer = typical_answer();
+  for (int32_t size : {-1, INT32_MIN})
+    EXPECT_DEATH(uncaught([&] { parse(answer.data(), size); }),
+                 "CHECK failed: \\(size\\) >= \\(0\\)")
+        << size;
 }
 
 // The message a parse leaves, serialised again: a field is present from the

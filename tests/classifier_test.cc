@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "answer.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
 #include "wire.h"
@@ -141,8 +140,8 @@ TEST(Verdict, DecisionTableAndPairs) {
     EXPECT_EQ(told(o), "code " + std::to_string(row.code) +
                            (text.empty() ? "" : ", " + text))
         << what;
-    EXPECT_EQ(o.level(), row.level) << what;
-    EXPECT_EQ(o.sub_type(), row.sub_type) << what;
+    EXPECT_EQ(o.head(1), row.level) << what;
+    EXPECT_EQ(o.head(2), row.sub_type) << what;
   }
 }
 
