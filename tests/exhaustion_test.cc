@@ -81,26 +81,9 @@ TEST(Exhaustion, AllocationFailureAtEveryStep) {
   }
 }
 
-// Runs `call` on a thread of its own with `stack` bytes of stack.
-void on_thread(const std::function<void()>& call, size_t stack) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, stack);
-  pthread_t thread;
-  const auto start = [](void* c) -> void* {
-    (*static_cast<const std::function<void()>*>(c))();
-    return nullptr;
-  };
-  ASSERT_EQ(pthread_create(&thread, &attributes, start,
-                           const_cast<std::function<void()>*>(&call)),
-            0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
-}
-
 // The typical calls and the deepest answers the parse reads whole complete on
-// 64 KiB of stack, half what the router's C library gives a new thread, with
-// the result they give on the main thread.
+// a thread with 64 KiB of stack, half what the router's C library gives a new
+// thread, with the result they give on the main thread.
 TEST(Stack, DeepestAnswersOnSmallStacks) {
   std::vector<Call> calls = {
       query_call, answer_call(typical_answer()),
@@ -121,12 +104,23 @@ TEST(Stack, DeepestAnswersOnSmallStacks) {
     EXPECT_TRUE(whole(deepest[i]) && !whole(deeper[i])) << "answer " << i;
     calls.push_back(answer_call(deepest[i]));
   }
-  for (size_t i = 0; i < calls.size(); ++i) {
-    Seen seen;
-    on_thread([&] { seen.rc = calls[i](seen.buffer.data(), &seen.length); },
-              64 * 1024);
-    EXPECT_TRUE(seen == run(calls[i])) << "call " << i;
-  }
+  std::vector<Seen> seen(calls.size());
+  std::function<void()> all = [&] {
+    for (size_t i = 0; i < calls.size(); ++i)
+      seen[i].rc = calls[i](seen[i].buffer.data(), &seen[i].length);
+  };
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 64 * 1024), 0);
+  pthread_t thread;
+  const auto start = [](void* f) -> void* {
+    (*static_cast<std::function<void()>*>(f))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, start, &all), 0);
+  pthread_join(thread, nullptr);
+  for (size_t i = 0; i < calls.size(); ++i)
+    EXPECT_TRUE(seen[i] == run(calls[i])) << "call " << i;
 }
 
 // Callers on many threads at once, each with its own buffers, from the very
