@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kx_response.pb.h"
 #include "wire.h"
 
 namespace {

@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "answer_parse.h"
 #include "footprint.h"
+#include "kx_response.pb.h"
 #include "wire.h"
 
 namespace {
@@ -81,9 +81,10 @@ TEST(Exhaustion, AllocationFailureAtEveryStep) {
   }
 }
 
-// The typical calls and the deepest answers the parse reads whole complete on
-// a thread with 64 KiB of stack, half what the router's C library gives a new
-// thread, with the result they give on the main thread.
+// The typical calls and the deepest answers the parse reads whole (the answer
+// test holds the 100 levels of nesting) complete on a thread with 64 KiB of
+// stack, half what the router's C library gives a new thread, with the result
+// they give on the main thread.
 TEST(Stack, DeepestAnswersOnSmallStacks) {
   std::vector<Call> calls = {
       query_call, answer_call(typical_answer()),
@@ -93,17 +94,8 @@ TEST(Stack, DeepestAnswersOnSmallStacks) {
         response.ParseFromString(typical_answer());
         return parser_one_result(response.results(0).md5_results(0), out, 534);
       }};
-  const std::vector<std::string> deepest = deepest_answers(),
-                                 deeper = deepest_answers(1);
-  const auto whole = [](const std::string& answer) {
-    linkward::info::resp::Response response;
-    return linkward::parse_answer(answer.data(), answer.size(), response)
-               .fault == linkward::ParseFault::kNone;
-  };
-  for (size_t i = 0; i < deepest.size(); ++i) {
-    EXPECT_TRUE(whole(deepest[i]) && !whole(deeper[i])) << "answer " << i;
-    calls.push_back(answer_call(deepest[i]));
-  }
+  for (const std::string& answer : deepest_answers())
+    calls.push_back(answer_call(answer));
   std::vector<Seen> seen(calls.size());
   std::function<void()> all = [&] {
     for (size_t i = 0; i < calls.size(); ++i)

@@ -5,13 +5,11 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "kx_response.pb.h"
 #include "linkward.h"
 
 // "0a 09 08" -> the three bytes; blanks are ignored.
@@ -26,12 +24,10 @@ inline std::string from_hex(const std::string& hex) {
 
 inline std::string to_hex(const std::string& bytes) {
   std::string hex;
-  char digits[4];
-  for (unsigned char byte : bytes) {
-    std::snprintf(digits, sizeof digits, " %02x", byte);
-    hex += digits;
-  }
-  return hex.empty() ? hex : hex.substr(1);
+  for (unsigned char byte : bytes)
+    hex += std::string(hex.empty() ? "" : " ") + "0123456789abcdef"[byte >> 4] +
+           "0123456789abcdef"[byte & 15];
+  return hex;
 }
 
 // A length-delimited record: the key of field `number`, the length, `bytes`.
@@ -140,37 +136,26 @@ inline std::string typical_answer() {
       "12 10 73 63 3d 31 31 30 7c 73 73 63 3d 31 31 30 32 31");
 }
 
-// One result whose only per-hash result has `level` and one pair.
-inline std::string one_pair_answer(int32_t level, const std::string& key,
+// One result whose only per-hash result has `level` (below 128) and one pair.
+inline std::string one_pair_answer(char level, const std::string& key,
                                    const std::string& value) {
-  linkward::info::resp::Response response;
-  auto* md5_result = response.add_results()->add_md5_results();
-  md5_result->set_level(level);
-  auto* pair = md5_result->add_values();
-  pair->set_key(key);
-  pair->set_value(value);
-  return response.SerializePartialAsString();
+  return nested(2, nested(4, std::string{'\x10', level} +
+                                 nested(8, nested(1, key) + nested(2, value))));
 }
 
-// 20,000 results that hold no per-hash result, then one whose per-hash
-// result (level 60, sub-type 30) has 20,000 other pairs before its "kx.info"
-// (sc=110|ssc=11011: code 7), then one that is never reached.
+// 20,000 results that hold one pair and no per-hash result, then one whose
+// per-hash result (level 60, sub-type 30) has 20,000 other pairs before its
+// "kx.info" (sc=110|ssc=11011: code 7), then one that is never reached.
 inline std::string crowded_answer() {
-  linkward::info::resp::Response response;
+  std::string answer, decisive = from_hex("10 3c 28 1e");
   for (int i = 0; i < 20000; ++i) {
-    auto* result = response.add_results();
-    result->set_id(i);
-    result->add_exts()->set_key("k");
+    answer += nested(2, from_hex("2a 03 0a 01 6b"));
+    decisive += nested(8, from_hex("0a 05") + "other");
   }
-  auto* decisive = response.add_results()->add_md5_results();
-  decisive->set_level(60);
-  decisive->set_sub_type(30);
-  for (int i = 0; i < 20000; ++i) decisive->add_values()->set_key("other");
-  auto* kx = decisive->add_values();
-  kx->set_key("kx.info");
-  kx->set_value("sc=110|ssc=11011");
-  response.add_results()->add_md5_results()->set_level(70);
-  return response.SerializePartialAsString();
+  decisive +=
+      nested(8, from_hex("0a 07") + "kx.info" + nested(2, "sc=110|ssc=11011"));
+  return answer + nested(2, nested(4, decisive)) +
+         nested(2, nested(4, from_hex("10 46")));
 }
 
 // Groups of the unknown field 15, nested `depth` deep and closed again.
@@ -179,14 +164,14 @@ inline std::string groups(int depth) {
 }
 
 // The typical answer, then in each message field of an answer groups nested
-// as deep as the parse's 100 levels allow (`more` levels deeper), every
-// message around them counting one; the leak count's, four deep, last.
-inline std::vector<std::string> deepest_answers(int more = 0) {
+// as deep as the parse's 100 levels allow, every message around them counting
+// one; the leak count's, four deep, last.
+inline std::vector<std::string> deepest_answers() {
   const std::vector<int> paths[] = {
       {}, {3}, {2}, {2, 5}, {2, 3}, {2, 4}, {2, 4, 8}, {2, 4, 9}, {2, 4, 9, 1}};
   std::vector<std::string> answers;
   for (const std::vector<int>& path : paths) {
-    std::string inner = groups(100 + more - static_cast<int>(path.size()));
+    std::string inner = groups(100 - static_cast<int>(path.size()));
     for (auto field = path.rbegin(); field != path.rend(); ++field)
       inner = nested(*field, inner);
     answers.push_back(typical_answer() + inner);
