@@ -1,8 +1,8 @@
 // The wire schema, pinned by bytes: a query and an answer holding every field
 // of the three schema files (repeated ones twice, the second empty; every
-// int32 negative; every enumeration at a value other than its first), set
-// through the generated accessors, against bytes written from the key tables;
-// then the declared defaults, the required fields and the enumerations.
+// int32 negative; every enumeration at a value other than its first) against
+// bytes written from the key tables; then the required fields, the declared
+// defaults and the enumerations.
 #include <gtest/gtest.h>
 
 #include <iterator>
@@ -11,6 +11,7 @@
 
 #include "answer_parse.h"
 #include "kx_request.pb.h"
+#include "kx_response.pb.h"
 #include "wire.h"
 
 namespace info = linkward::info;
@@ -49,7 +50,7 @@ auto* two(Field* field) {
   return first;
 }
 
-std::string request_bytes(bool in, const std::string& = "") {
+std::string request_bytes(bool in) {
   const auto h = [in](const std::string& text) { return hex(in, text); };
   const std::string pair = h("0a 01 6b 12 01 76");
   const std::string url = h("0a 01 75 10 01 18 02 22 01 68") +
@@ -112,80 +113,53 @@ req::Request request() {
   return m;
 }
 
-// kx_response, holding every message of kx_common too; each message's bytes
-// after `u`.
-std::string response_bytes(bool in, const std::string& u = "") {
+// The query, which the library builds, by its accessors: set through them,
+// and parsed from bytes the wire may bring, it is the key tables' bytes.
+TEST(Schema, TheQueryByItsBytes) {
+  req::Request parsed;
+  parsed.ParsePartialFromString(request_bytes(true));
+  const std::string bytes = to_hex(request_bytes(false));
+  EXPECT_EQ(to_hex(request().SerializePartialAsString()), bytes);
+  EXPECT_EQ(to_hex(parsed.SerializePartialAsString()), bytes);
+}
+
+// kx_response, holding every message of kx_common too; each message's own
+// fields between `first` and `last`.
+std::string response_bytes(bool in, const std::string& first,
+                           const std::string& last) {
   const auto h = [in](const std::string& text) { return hex(in, text); };
+  const auto m = [&](const std::string& fields) {
+    return first + fields + last;
+  };
   const std::string webscan =
-      u + nested(1, u + h("08 -7 10 -8 18 -9 20 -10 28 T 30 T")) +
-      h("4a 01 77 50 T");
+      m(nested(1, m(h("08 -7 10 -8 18 -9 20 -10 28 T 30 T"))) +
+        h("4a 01 77 50 T"));
   const std::string md5_result =
-      u + h("0a 01 6d 10 -1 18 -2 20 -3 28 -4 30 01 38 -5") +
-      nested(8, u + h("0a 01 6b 12 01 76")) + nested(8, "") +
-      nested(9, webscan);
-  const std::string result = u + h("08 02 10 -6") + nested(3, "") +
-                             nested(4, md5_result) + nested(4, "") +
-                             nested(5, "") + nested(5, "");
-  return u + h("08 06") + nested(2, result) + nested(2, "") + nested(3, "") +
-         nested(3, "");
+      m(h("0a 01 6d 10 -1 18 -2 20 -3 28 -4 30 01 38 -5") +
+        nested(8, m(h("0a 01 6b 12 01 76"))) + nested(8, "") +
+        nested(9, webscan));
+  const std::string result =
+      m(h("08 02 10 -6") + nested(3, "") + nested(4, md5_result) +
+        nested(4, "") + nested(5, "") + nested(5, ""));
+  return m(h("08 06") + nested(2, result) + nested(2, "") + nested(3, "") +
+           nested(3, ""));
 }
 
-resp::Response response() {
-  resp::Response m;
-  m.set_ec(resp::Response::kPCSlimitError);
-  two(m.mutable_package_exts());
-  resp::Result* result = two(m.mutable_results());
-  result->set_ec(resp::Result::kNeedFullRefer), result->set_id(-6),
-      result->mutable_merged_result(), two(result->mutable_exts());
-  resp::MD5Result* md5_result = two(result->mutable_md5_results());
-  md5_result->set_md5("m"), md5_result->set_level(-1),
-      md5_result->set_version(-2), md5_result->set_time(-3),
-      md5_result->set_sub_type(-4),
-      md5_result->set_cache_type(info::kCacheType1),
-      md5_result->set_cache_duration_sec(-5);
-  info::StringPair* pair = two(md5_result->mutable_values());
-  pair->set_key(BYTES("k")), pair->set_value(BYTES("v"));
-  info::WebScanResult* webscan = md5_result->mutable_webscan_result();
-  webscan->set_illegal_words("w"), webscan->set_tamper(true);
-  info::LeakCount* count = webscan->mutable_leak_count();
-  count->set_high(-7), count->set_mid(-8), count->set_low(-9),
-      count->set_info(-10), count->set_sameip(true), count->set_tamper(true);
-  return m;
-}
-
-// What the runtime writes for `built`, and for the bytes an answer may bring
-// parsed: both the bytes of the key tables.
-template <class M>
-void expect_bytes(const M& built,
-                  std::string (*bytes)(bool, const std::string&)) {
-  M parsed;
-  parsed.ParsePartialFromString(bytes(true, ""));
-  EXPECT_EQ(to_hex(built.SerializePartialAsString()), to_hex(bytes(false, "")));
-  EXPECT_EQ(to_hex(parsed.SerializePartialAsString()),
-            to_hex(bytes(false, "")));
-}
-
-// And the defaults the schema declares.
-TEST(Schema, EveryFieldByItsBytes) {
-  expect_bytes(request(), request_bytes);
-  expect_bytes(response(), response_bytes);
-  EXPECT_TRUE(req::MD5().src() == req::MD5::kRowUrl &&
-              req::URL().url_charset() == req::URL::kCSUnknown &&
-              resp::MD5Result().cache_duration_sec() == 120);
-}
-
-// The answer's messages with every field, and an unknown field first in
-// each: the library's parse must read them as the runtime does, which
-// writes unknown fields after the known ones, so that a known field kept as
-// an unknown one comes out in another place.
-TEST(Schema, TheLibrarysParseReadsEveryFieldOfTheAnswer) {
-  const std::string answer = response_bytes(false, from_hex("f0 01 01"));
-  resp::Response ours, runtimes;
-  ASSERT_TRUE(runtimes.ParsePartialFromString(answer));
-  EXPECT_EQ(linkward::parse_answer(answer.data(), answer.size(), ours).fault,
+// The answer, which the library parses, by its parse: as the wire may bring
+// it, with an unknown field first in each message, it comes out of the
+// runtime's parse and of the library's as the key tables' bytes with the
+// unknown fields last, as the runtime writes them. A known field that either
+// parse kept as an unknown one would come out in another place.
+TEST(Schema, TheAnswerByItsBytes) {
+  const std::string unknown = from_hex("f0 01 01");
+  const std::string in = response_bytes(true, unknown, "");
+  resp::Response runtimes, ours;
+  ASSERT_TRUE(runtimes.ParsePartialFromString(in));
+  EXPECT_EQ(linkward::parse_answer(in.data(), in.size(), ours).fault,
             linkward::ParseFault::kNone);
-  EXPECT_EQ(to_hex(ours.SerializePartialAsString()),
-            to_hex(runtimes.SerializePartialAsString()));
+  for (const resp::Response* parsed : {&runtimes, &ours})
+    EXPECT_EQ(to_hex(parsed->SerializePartialAsString()),
+              to_hex(response_bytes(false, "", unknown)));
 }
 
 // Empty when M, holding the fields whose keys are given (each a zero or an
@@ -207,7 +181,8 @@ std::string needs(const std::string& keys) {
   return as_declared ? "" : M().GetTypeName() + " ";
 }
 
-TEST(Schema, RequiredFields) {
+// The required fields, and the defaults the schema declares.
+TEST(Schema, RequiredFieldsAndDefaults) {
   EXPECT_EQ(needs<info::StringPair>("0a") + needs<info::LeakCount>("") +
                 needs<info::WebScanResult>("") + needs<req::MD5>("12") +
                 needs<req::Keyword>("08") + needs<req::URL>("") +
@@ -217,6 +192,9 @@ TEST(Schema, RequiredFields) {
                 needs<resp::MD5Result>("10") + needs<resp::Result>("10") +
                 needs<resp::Response>("08"),
             "");
+  EXPECT_TRUE(req::MD5().src() == req::MD5::kRowUrl &&
+              req::URL().url_charset() == req::URL::kCSUnknown &&
+              resp::MD5Result().cache_duration_sec() == 120);
 }
 
 // An enumeration's values and names, as its validity test sees them from its
