@@ -5,14 +5,12 @@
 #include <cstdint>
 #include <string>
 
-#include "check.h"
 #include "wire.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   const int32_t capacity = 12 + (data[0] << 8 | data[1]) % 629;
-  // libFuzzer's input is an allocation of its own size, so that reading past
-  // the answer's end is caught.
+  // libFuzzer's input is an allocation of its own size: reading past it stops.
   const std::string broken =
       broken_promise(parse(data + 2, static_cast<int32_t>(size - 2), capacity));
   require(broken.empty(), broken.c_str());

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "answer_parse.h"
-#include "check.h"
+#include "wire.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int length = static_cast<int>(size);

@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "check.h"
-#include "linkward.h"
+#include "wire.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
@@ -19,11 +18,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // whole false hit is the definition; the unit tests hold it.
   if (token.empty() || token.find('|') != std::string::npos) return 0;
 
-  // Without a bar, the token is a member when "|token|" is in "|list|".
+  // Without a bar, the token is a member when "|token|" is in "|list|". Each
+  // text is copied to an allocation of its own size, so that reading past its
+  // NUL is caught.
   const bool member =
       ("|" + list + "|").find("|" + token + "|") != std::string::npos;
-  // Each text in an allocation of its own size, so that reading past its NUL
-  // is caught.
   const std::vector<char> l(list.c_str(), list.c_str() + list.size() + 1),
       t(token.c_str(), token.c_str() + token.size() + 1);
   require(has_value(l.data(), t.data()) == member,

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <string>
 
-#include "check.h"
 #include "kx_request.pb.h"
 #include "wire.h"
 
@@ -17,8 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string mid = input.ConsumeRandomLengthString(200).c_str();
   const std::string vk = input.ConsumeRemainingBytesAsString();
 
-  const size_t room = url.size() + mid.size() + vk.size() + 256;
-  const Query q = make_query(url, mid, vk, static_cast<int32_t>(room));
+  const Query q =
+      make_query(url, mid, vk, url.size() + mid.size() + vk.size() + 256);
   linkward::info::req::Request got;
   require(q.rc == 0 && got.ParseFromString(q.bytes) &&
               got.SerializeAsString() == q.bytes && got.urls_size() == 1 &&

@@ -1,10 +1,13 @@
 // Bytes on the wire and calls made as a caller makes them, into guarded
-// buffers: what the tests, the fuzz targets and the footprint figures share.
+// buffers, and what they promise: what the tests, the fuzz targets and the
+// footprint figures share.
 #ifndef LINKWARD_TESTS_WIRE_H
 #define LINKWARD_TESTS_WIRE_H
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -30,12 +33,17 @@ inline std::string to_hex(const std::string& bytes) {
   return hex;
 }
 
-// A length-delimited record: the key of field `number`, the length, `bytes`.
-inline std::string nested(int number, const std::string& bytes) {
-  std::string record(1, static_cast<char>(number << 3 | 2));
+// The length of `bytes` as a varint, then `bytes`.
+inline std::string delimited(const std::string& bytes) {
+  std::string record;
   size_t n = bytes.size();
   for (; n > 127; n >>= 7) record += static_cast<char>((n & 127) | 128);
   return record + static_cast<char>(n) + bytes;
+}
+
+// A length-delimited record: the key of field `number`, then `bytes`.
+inline std::string nested(int number, const std::string& bytes) {
+  return static_cast<char>(number << 3 | 2) + delimited(bytes);
 }
 
 // Caller buffers start full of kGuard, and out_len at kUnsetLength, so that
@@ -74,10 +82,6 @@ struct Outcome {
     int32_t value;
     std::memcpy(&value, buffer.data() + 4 * index, 4);
     return value;
-  }
-  // The text as it stands in the buffer, when the record has one.
-  std::string text() const {
-    return length > 12 && capacity > 12 ? std::string(buffer.data() + 12) : "";
   }
 };
 
@@ -122,7 +126,8 @@ inline std::string told(const Outcome& o) {
   if (o.rc != 0) return "refused " + std::to_string(o.rc);
   if (o.length == 0) return "no record";
   std::string record = "code " + std::to_string(o.head(0));
-  if (!o.text().empty()) record += ", " + o.text();
+  if (o.length > 12 && o.capacity > 12 && o.buffer[12] != '\0')
+    record += ", " + std::string(o.buffer.data() + 12);
   if (o.length > 12 && o.length >= o.capacity)
     record += " (cut from " + std::to_string(o.length - 12) + ")";
   return record;
@@ -177,6 +182,14 @@ inline std::vector<std::string> deepest_answers() {
     answers.push_back(typical_answer() + inner);
   }
   return answers;
+}
+
+// What a fuzz target does with a broken promise: say which, and stop, so that
+// libFuzzer keeps the input.
+inline void require(bool kept, const char* promise) {
+  if (kept) return;
+  std::fprintf(stderr, "broken promise: %s\n", promise);
+  std::abort();
 }
 
 // Runs `call` as a caller that catches nothing would: an exception ends the
