@@ -5,9 +5,9 @@
 // defaults and the enumerations.
 #include <gtest/gtest.h>
 
-#include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "answer_parse.h"
 #include "kx_request.pb.h"
@@ -20,29 +20,40 @@ namespace resp = linkward::info::resp;
 
 namespace {
 
-// Hex in which "-N" is an int32 and "T" true: as the runtime writes them
-// (-N in ten bytes, T as 01), or, `in`, as the wire may bring them (-N in the
-// five bytes that only an int32 reads back as itself, T as 02, which only a
-// bool reads back as 01).
-std::string hex(bool in, const std::string& text) {
+// Hex in which "-N" is a negative int32, "T" true and "{ ... }" a message,
+// its length and then its bytes between `first` and `last`. -N and T as the
+// runtime writes them (-N in ten bytes, T as 01), or, `in`, as the wire may
+// also bring them: -N as its low 32 bits in five bytes, which only an int32
+// reads back as itself and in which an enumeration keeps a value outside it;
+// T as 02, which only a bool reads back as 01.
+std::string hex(bool in, const std::string& text, const std::string& first = "",
+                const std::string& last = "") {
   std::istringstream words(text);
-  std::string out;
+  std::vector<std::string> open{first};  // the messages begun, innermost last
   for (std::string w; words >> w;) {
-    if (w == "T") w = in ? "02" : "01";
-    if (w[0] == '-')
-      w = to_hex(
-              std::string(1, static_cast<char>(256 - std::stoi(w.substr(1))))) +
-          (in ? " ff ff ff 0f" : " ff ff ff ff ff ff ff ff 01");
-    out += w + " ";
+    if (w == "{") {
+      open.push_back(first);
+    } else if (w == "}") {
+      const std::string message = open.back() + last;
+      open.pop_back();
+      open.back() += delimited(message);
+    } else if (w == "T") {
+      open.back() += in ? '\x02' : '\x01';
+    } else if (w[0] == '-') {
+      open.back() +=
+          static_cast<char>(256 - std::stoi(w.substr(1))) +
+          from_hex(in ? "ff ff ff 0f" : "ff ff ff ff ff ff ff ff 01");
+    } else {
+      open.back() += from_hex(w);
+    }
   }
-  return from_hex(out);
+  return open.back() + last;
 }
 
 // A bytes field's value: a string field does not take a raw pointer.
 #define BYTES(text) static_cast<const void*>(text), sizeof(text) - 1
 
-// Adds two elements to a repeated field, the second left empty; returns the
-// first.
+// Adds two elements to a repeated field; returns the first.
 template <class Field>
 auto* two(Field* field) {
   auto* first = field->Add();
@@ -50,28 +61,21 @@ auto* two(Field* field) {
   return first;
 }
 
+// Every request field and, inside, every field of the messages it holds:
+// urls (an entity, then an empty one), kws (a keyword, then an empty one),
+// then the request's own.
 std::string request_bytes(bool in) {
-  const auto h = [in](const std::string& text) { return hex(in, text); };
-  const std::string pair = h("0a 01 6b 12 01 76");
-  const std::string url = h("0a 01 75 10 01 18 02 22 01 68") +
-                          nested(5, h("08 14 12 01 6d 18 04 20 T")) +
-                          nested(5, "") + h("32 01 6c") + nested(7, pair) +
-                          nested(7, "") +
-                          h("42 01 70 4a 01 64 52 01 73 5a 01 74 a2 01 01 78");
-  const std::string iframe = nested(1, "") + h("10 -7");
-  const std::string entity =
-      h("08 -2") + nested(2, url) +
-      nested(4, nested(1, "") + h("10 -4 18 -5 20 -6") + nested(5, iframe) +
-                    nested(5, "")) +
-      nested(4, "") + h("2a 01 61") + nested(6, iframe) + nested(6, "") +
-      nested(7, h("08 -8 10 -9 1a 01 69") + nested(4, "")) + nested(7, "");
-  const std::string keyword =
-      h("08 -3 12 01 6b 1a 01 61 1a 01 62") + nested(4, pair) + nested(4, "");
-  return nested(1, entity) + nested(1, "") + nested(2, keyword) +
-         nested(2, "") +
-         h("18 04 20 -1 2a 01 70 32 01 63 3a 01 76 42 01 73 4a 01 6d 52 01 6c "
-           "5a 01 6e 62 01 66 6a 01 72 70 05") +
-         nested(15, pair) + nested(15, "") + h("82 01 01 74 8a 01 01 77");
+  return hex(
+      in,
+      "0a { 08 -2 12 { 0a 01 75 10 01 18 02 22 01 68 2a { 08 14 12 01 6d 18 "
+      "04 20 T } 2a { } 32 01 6c 3a { 0a 01 6b 12 01 76 } 3a { } 42 01 70 4a "
+      "01 64 52 01 73 5a 01 74 a2 01 01 78 } 22 { 0a { } 10 -4 18 -5 20 -6 "
+      "2a { 0a { } 10 -7 } 2a { } } 22 { } 2a 01 61 32 { 0a { } 10 -7 } 32 { "
+      "} 3a { 08 -8 10 -9 1a 01 69 22 { } } 3a { } } 0a { } 12 { 08 -3 12 01 "
+      "6b 1a 01 61 1a 01 62 22 { 0a 01 6b 12 01 76 } 22 { } } 12 { } 18 04 "
+      "20 -1 2a 01 70 32 01 63 3a 01 76 42 01 73 4a 01 6d 52 01 6c 5a 01 6e "
+      "62 01 66 6a 01 72 70 05 7a { 0a 01 6b 12 01 76 } 7a { } 82 01 01 74 "
+      "8a 01 01 77");
 }
 
 req::Request request() {
@@ -123,26 +127,18 @@ TEST(Schema, TheQueryByItsBytes) {
   EXPECT_EQ(to_hex(parsed.SerializePartialAsString()), bytes);
 }
 
-// kx_response, holding every message of kx_common too; each message's own
-// fields between `first` and `last`.
+// Every response field and, inside, every field of the messages it holds,
+// those of kx_common included: results (a result, then an empty one), then
+// package_exts; each message's own fields between `first` and `last`.
 std::string response_bytes(bool in, const std::string& first,
                            const std::string& last) {
-  const auto h = [in](const std::string& text) { return hex(in, text); };
-  const auto m = [&](const std::string& fields) {
-    return first + fields + last;
-  };
-  const std::string webscan =
-      m(nested(1, m(h("08 -7 10 -8 18 -9 20 -10 28 T 30 T"))) +
-        h("4a 01 77 50 T"));
-  const std::string md5_result =
-      m(h("0a 01 6d 10 -1 18 -2 20 -3 28 -4 30 01 38 -5") +
-        nested(8, m(h("0a 01 6b 12 01 76"))) + nested(8, "") +
-        nested(9, webscan));
-  const std::string result =
-      m(h("08 02 10 -6") + nested(3, "") + nested(4, md5_result) +
-        nested(4, "") + nested(5, "") + nested(5, ""));
-  return m(h("08 06") + nested(2, result) + nested(2, "") + nested(3, "") +
-           nested(3, ""));
+  return hex(
+      in,
+      "08 06 12 { 08 02 10 -6 1a { } 22 { 0a 01 6d 10 -1 18 -2 20 -3 28 -4 "
+      "30 01 38 -5 42 { 0a 01 6b 12 01 76 } 42 { } 4a { 0a { 08 -7 10 -8 18 "
+      "-9 20 -10 28 T 30 T } 4a 01 77 50 T } } 22 { } 2a { } 2a { } } 12 { } "
+      "1a { } 1a { }",
+      first, last);
 }
 
 // The answer, which the library parses, by its parse: as the wire may bring
@@ -166,10 +162,7 @@ TEST(Schema, TheAnswerByItsBytes) {
 // empty text), is complete, and leaving out any one of them it is not; else
 // its name.
 template <class M>
-std::string needs(const std::string& keys) {
-  std::istringstream words(keys);
-  const std::vector<std::string> required{
-      std::istream_iterator<std::string>(words), {}};
+std::string needs(const std::vector<std::string>& required) {
   bool as_declared = true;
   for (size_t left_out = 0; left_out <= required.size(); ++left_out) {
     std::string hex;
@@ -183,15 +176,16 @@ std::string needs(const std::string& keys) {
 
 // The required fields, and the defaults the schema declares.
 TEST(Schema, RequiredFieldsAndDefaults) {
-  EXPECT_EQ(needs<info::StringPair>("0a") + needs<info::LeakCount>("") +
-                needs<info::WebScanResult>("") + needs<req::MD5>("12") +
-                needs<req::Keyword>("08") + needs<req::URL>("") +
-                needs<req::Iframe>("") + needs<req::Refer>("") +
-                needs<req::ImInfo>("") + needs<req::URLEntity>("08") +
-                needs<req::Request>("18 2a 32 3a 42 4a 6a") +
-                needs<resp::MD5Result>("10") + needs<resp::Result>("10") +
-                needs<resp::Response>("08"),
-            "");
+  EXPECT_EQ(
+      needs<info::StringPair>({"0a"}) + needs<info::LeakCount>({}) +
+          needs<info::WebScanResult>({}) + needs<req::MD5>({"12"}) +
+          needs<req::Keyword>({"08"}) + needs<req::URL>({}) +
+          needs<req::Iframe>({}) + needs<req::Refer>({}) +
+          needs<req::ImInfo>({}) + needs<req::URLEntity>({"08"}) +
+          needs<req::Request>({"18", "2a", "32", "3a", "42", "4a", "6a"}) +
+          needs<resp::MD5Result>({"10"}) + needs<resp::Result>({"10"}) +
+          needs<resp::Response>({"08"}),
+      "");
   EXPECT_TRUE(req::MD5().src() == req::MD5::kRowUrl &&
               req::URL().url_charset() == req::URL::kCSUnknown &&
               resp::MD5Result().cache_duration_sec() == 120);
@@ -239,27 +233,37 @@ TEST(Schema, Enumerations) {
 // answer hold `v` in every such field, each message's own after the messages
 // it holds, since the runtime writes unknown fields last.
 TEST(Schema, OutOfRangeEnumerationValuesAreKeptAs32BitVarints) {
-  const auto query = [](const std::string& v) {
-    const std::string url = nested(5, from_hex("08" + v + "18" + v)) +
-                            from_hex("10" + v + "18" + v);
-    return nested(1, nested(2, url)) + from_hex("18" + v + "70" + v);
+  const auto query = [](bool kept) {
+    return hex(kept,
+               "0a { 12 { 2a { 08 -1 18 -1 } 10 -1 18 -1 } } 18 -1 70 -1");
   };
-  const auto answer = [](const std::string& v) {
-    return nested(2, nested(4, from_hex("30" + v)) + from_hex("08" + v)) +
-           from_hex("08" + v);
+  const auto answer = [](bool kept) {
+    return hex(kept, "12 { 22 { 30 -1 } 08 -1 } 08 -1");
   };
-  const std::string minus_one = " ff ff ff ff ff ff ff ff ff 01 ",
-                    kept = " ff ff ff ff 0f ";
   req::Request request;
   resp::Response response;
-  request.ParsePartialFromString(query(minus_one));
-  response.ParsePartialFromString(answer(minus_one));
-  EXPECT_EQ(to_hex(request.SerializePartialAsString()), to_hex(query(kept)));
-  EXPECT_EQ(to_hex(response.SerializePartialAsString()), to_hex(answer(kept)));
+  request.ParsePartialFromString(query(false));
+  response.ParsePartialFromString(answer(false));
+  EXPECT_EQ(to_hex(request.SerializePartialAsString()), to_hex(query(true)));
+  EXPECT_EQ(to_hex(response.SerializePartialAsString()), to_hex(answer(true)));
 }
 
-TEST(SchemaDeathTest, TheLibrarysChecksAndAssertionsAreInForce) {
-  // Self-merge is checked inside the library's compiled message code.
+// The checks the library keeps in every build type stop the call, the
+// runtime's fatal ones throwing (nothing catches them in a caller): a null
+// URL, a negative answer size (a caller's error no answer can cause), a
+// message merged into itself (the library's compiled message code), and an
+// enumeration set outside its values.
+TEST(KeptChecksDeathTest, StopTheCall) {
+  char out[64];
+  int32_t length;
+  EXPECT_DEATH(uncaught([&] {
+                 create_proto_request(out, &length, 64, 1, nullptr, "m", "", 0);
+               }),
+               "CHECK failed: value != nullptr: ");
+  for (int32_t size : {-1, INT32_MIN})
+    EXPECT_DEATH(
+        uncaught([&] { parser_proto_response(out, &length, 64, "", size); }),
+        "CHECK failed: \\(size\\) >= \\(0\\)");
   req::Request request;
   EXPECT_DEATH(uncaught([&] { request.MergeFrom(request); }),
                "CHECK failed: \\(&from\\) != \\(_this\\): ");
