@@ -1,6 +1,7 @@
 // Per-call cost of the library beside the protobuf runtime's floor: each
 // entry point against the least the runtime must do for the same result,
-// measured in the same run, then a table of ratios, heap use and stack depth.
+// measured in the same run, then a table of ratios and heap use. Stack depth
+// and the heap of the largest answers are footprint_figures.cc's.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -242,40 +243,6 @@ class TableReporter : public benchmark::ConsoleReporter {
   std::map<std::string, Figures> figures_;
 };
 
-// Stack probes: plain functions, since the probe thread takes a bare pointer.
-// Their output buffers are static so that only the call reaches the stack.
-char probe_out[workload::kQueryRoom];
-
-void classify_typical() {
-  parser_one_result(typical_per_hash_result(), probe_out,
-                    workload::kRecordRoom);
-}
-
-void answer_typical() {
-  static const std::string answer = workload::typical_answer();
-  workload::library_answer(answer, probe_out);
-}
-
-void query_of_1000() {
-  static const workload::Query query = workload::query_for_url_of(1000);
-  workload::library_query(query, probe_out);
-}
-
-void print_stack_use() {
-  // Warm calls first: the probes must not see the runtime's one-time set-up.
-  classify_typical();
-  answer_typical();
-  query_of_1000();
-  std::printf(
-      "\nstack reached below the caller (painted thread stack):\n"
-      "  parser_one_result      %zu bytes\n"
-      "  parser_proto_response  %zu bytes\n"
-      "  create_proto_request   %zu bytes\n",
-      footprint::stack_bytes(classify_typical),
-      footprint::stack_bytes(answer_typical),
-      footprint::stack_bytes(query_of_1000));
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -286,7 +253,6 @@ int main(int argc, char** argv) {
   TableReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   reporter.print_table();
-  print_stack_use();
   benchmark::Shutdown();
   return 0;
 }

@@ -4,20 +4,10 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>
-#include <cstring>
-#include <memory>
 #include <string>
+#include <vector>
 
-#include "check.h"
-#include "linkward.h"
-
-// A text in an allocation of its own size, so that reading past its NUL is
-// caught.
-static std::unique_ptr<char[]> exact_copy(const std::string& text) {
-  auto copy = std::make_unique<char[]>(text.size() + 1);
-  std::memcpy(copy.get(), text.c_str(), text.size() + 1);
-  return copy;
-}
+#include "wire.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
@@ -28,10 +18,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // whole false hit is the definition; the unit tests hold it.
   if (token.empty() || token.find('|') != std::string::npos) return 0;
 
-  // Without a bar, the token is a member when "|token|" is in "|list|".
+  // Without a bar, the token is a member when "|token|" is in "|list|". Each
+  // text is copied to an allocation of its own size, so that reading past its
+  // NUL is caught.
   const bool member =
       ("|" + list + "|").find("|" + token + "|") != std::string::npos;
-  require(has_value(exact_copy(list).get(), exact_copy(token).get()) == member,
+  const std::vector<char> l(list.c_str(), list.c_str() + list.size() + 1),
+      t(token.c_str(), token.c_str() + token.size() + 1);
+  require(has_value(l.data(), t.data()) == member,
           "has_value agrees with plain membership");
   return 0;
 }

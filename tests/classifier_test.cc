@@ -3,25 +3,22 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "answer.h"
 #include "kx_response.pb.h"
-#include "linkward.h"
 #include "wire.h"
-
-namespace resp = linkward::info::resp;
 
 namespace {
 
+using namespace std::string_literals;
+
 // "key=value;key=value": the pairs in order, each split at its first '='.
-resp::MD5Result make_result(int32_t level, int32_t sub_type,
-                            const std::string& pairs = "") {
-  resp::MD5Result result;
+linkward::info::resp::MD5Result make_result(int32_t level, int32_t sub_type,
+                                            const std::string& pairs) {
+  linkward::info::resp::MD5Result result;
   result.set_level(level);
   result.set_sub_type(sub_type);
   for (size_t at = 0; at < pairs.size();) {
@@ -36,29 +33,23 @@ resp::MD5Result make_result(int32_t level, int32_t sub_type,
 }
 
 // The record parser_one_result writes into a guarded buffer of `capacity`.
-Outcome classify(const resp::MD5Result& result, int32_t capacity = 534) {
+Outcome classify(int32_t level, int32_t sub_type, const std::string& pairs,
+                 int32_t capacity = 534) {
   Outcome o{0, 0, capacity, std::vector<char>(capacity + kGuardTail, kGuard)};
-  o.length = parser_one_result(result, o.buffer.data(), capacity);
+  o.length = parser_one_result(make_result(level, sub_type, pairs),
+                               o.buffer.data(), capacity);
   return o;
 }
 
 TEST(HasValue, MatchesWholeMembersOnly) {
   const struct {
-    const char* list;
-    const char* token;
+    const char *list, *token;
     int member;
   } cases[] = {
       {"a", "a", 1},
       {"ba|a", "a", 1},
-      {"ab|ba", "a", 0},
-      {"|a|", "a", 1},
-      {"", "a", 0},
       {"ssc=11020", "sc=110", 0},
       {"sc=1101", "sc=110", 0},
-      {"ssc=11020|sc=110", "sc=110", 1},
-      {"sc=110|ssc=11020", "sc=110", 1},
-      {"a| sc=110", "sc=110", 0},
-      {"SC=110", "sc=110", 0},
       // The search resumes after a whole false hit: "aaa" is found at 0
       // (not a member), then at 5, where it is.
       {"aaaa|aaa", "aaa", 1},
@@ -67,21 +58,22 @@ TEST(HasValue, MatchesWholeMembersOnly) {
       {nullptr, "a", 0},
       {"a", nullptr, 0},
       {"", "", 1},
-      {"|a", "", 1},
-  };
+      {"|a", "", 1}};
   for (const auto& c : cases)
     EXPECT_EQ(has_value(c.list, c.token), c.member)
         << (c.list ? c.list : "null") << " / " << (c.token ? c.token : "null");
 }
 
-// The code and the record's text of one per-hash result. The text is the
-// pairs as written where the row gives none.
+// The code and the record's text of one per-hash result, and its level and
+// sub-type as received. The text is the pairs as written where the row gives
+// none.
 TEST(Verdict, DecisionTableAndPairs) {
+  const std::string list = std::string(505, 'x') + "|sc=101";
   const struct {
     int32_t level, sub_type;
-    const char* pairs;
+    std::string pairs;
     int32_t code;
-    const char* text = nullptr;
+    std::optional<std::string> text = {};
   } rows[] = {
       {0, 0, "", 0},
       {0, 77, "kx.info=sc=101", 0},
@@ -90,20 +82,16 @@ TEST(Verdict, DecisionTableAndPairs) {
       {50, 0, "kx.info=xsc=101", 1},
       {50, 3, "kx.info=a|sc=101|b", 2},
       {49, 0, "", 2},
-      {1, 0, "", 2},
       {-1, 0, "", 2},
-      {INT32_MIN, 0, "", 2},
       {51, 0, "", 2},
       {61, 10, "kx.info=sc=110|ssc=11020", 2},
       {71, 0, "", 2},
       {70, 10, "kx.info=sc=110|ssc=11020", 5},
-      {INT32_MAX, 0, "", 2},
       // Level 60, sub-type 10: the 1102x sub-codes, 11020 first, else 3.
       {60, 10, "kx.info=sc=110|ssc=11021", 7},
       {60, 10, "kx.info=ssc=11021|ssc=11020|sc=110", 6},
       {60, 10, "kx.info=ssc=11020", 3},
       {60, 10, "kx.info=sc=110", 3},
-      {60, 10, "", 3},
       {60, 10, "kx.info=sc=110|ssc=11012", 3},
       // Level 60, sub-type 30: the 1101x sub-codes, 11012 first, else 2.
       {60, 30, "kx.info=sc=110|ssc=11011", 7},
@@ -114,7 +102,6 @@ TEST(Verdict, DecisionTableAndPairs) {
       {60, 20, "", 4},
       {60, 0, "kx.info=sc=110|ssc=11020", 2},
       {60, 40, "", 2},
-      {60, -10, "", 2},
       // The first bnet.info decides, whatever the level, and ends the scan.
       {70, 20, "kx.info=k1;bnet.info=first;kx.info=k2;bnet.info=second", 8,
        "bnet.info=first"},
@@ -125,70 +112,43 @@ TEST(Verdict, DecisionTableAndPairs) {
       // Keys match exactly.
       {0, 0, "bnet.info =x;BNET.INFO=x;bnet.infoo=x;bnet.inf=x;kx.inf=x", 0,
        ""},
+      {50, 0, "kx.info=ab\0sc=101;bnet.info\0=x"s, 1, "kx.info=ab"},
       // The last kx.info is the list; a later, shorter or empty one
       // replaces an earlier one whole.
       {60, 10, "kx.info=sc=110|ssc=11020;other=sc=101;kx.info=sc=110|ssc=11021",
        7, "kx.info=sc=110|ssc=11021"},
       {60, 10, "kx.info=sc=110|ssc=11020;kx.info=sc", 3, "kx.info=sc"},
       {50, 0, "kx.info=sc=101;kx.info=", 1, ""},
+      // A value counts up to 511 bytes: the member is cut to "sc=10".
+      {50, 0, "kx.info=" + list, 1, "kx.info=" + list.substr(0, 511)},
   };
   for (const auto& row : rows) {
-    const Outcome o = classify(make_result(row.level, row.sub_type, row.pairs));
-    const std::string text = row.text ? row.text : row.pairs;
-    const std::string what = std::to_string(row.level) + "/" +
-                             std::to_string(row.sub_type) + " " + row.pairs;
-    EXPECT_EQ(broken_promise(o), "") << what;
+    SCOPED_TRACE(std::to_string(row.level) + "/" +
+                 std::to_string(row.sub_type) + " " + row.pairs);
+    const Outcome o = classify(row.level, row.sub_type, row.pairs);
+    const std::string text = row.text.value_or(row.pairs);
+    EXPECT_EQ(broken_promise(o), "");
     EXPECT_EQ(told(o), "code " + std::to_string(row.code) +
-                           (text.empty() ? "" : ", " + text))
-        << what;
-    EXPECT_EQ(o.level(), row.level) << what;
-    EXPECT_EQ(o.sub_type(), row.sub_type) << what;
+                           (text.empty() ? "" : ", " + text));
+    EXPECT_TRUE(o.head(1) == row.level && o.head(2) == row.sub_type);
   }
-}
-
-TEST(Verdict, ValuesAreCutAtTheirZeroByteAnd511Bytes) {
-  resp::MD5Result result = make_result(50, 0);
-  auto* pair = result.add_values();
-  pair->set_key("kx.info");
-  pair->set_value(std::string("ab\0sc=101", 9));
-  result.add_values()->set_key(std::string("bnet.info\0", 10));  // not it
-  EXPECT_EQ(told(classify(result)), "code 1, kx.info=ab");
-
-  // The member is cut to "sc=10".
-  const std::string long_list = std::string(505, 'x') + "|sc=101";  // 512
-  EXPECT_EQ(told(classify(make_result(50, 0, "kx.info=" + long_list))),
-            "code 1, kx.info=" + long_list.substr(0, 511));
-
-  // 534 bytes hold the longest record.
-  const Outcome longest =
-      classify(make_result(0, 0, "bnet.info=" + std::string(600, 'b')));
-  EXPECT_EQ(longest.length, 12 + 10 + 511);
-  EXPECT_EQ(broken_promise(longest), "");
-}
-
-TEST(Record, TheHeadIsNativeAndAlwaysWritten) {
-  const Outcome o = classify(make_result(-5, 0x01020304), 12);
-  const unsigned char little_endian[] = {2,    0,    0, 0, 0xfb, 0xff,
-                                         0xff, 0xff, 4, 3, 2,    1};
-  EXPECT_EQ(std::memcmp(o.buffer.data(), little_endian, 12), 0);
 }
 
 // The text is cut to the room left as snprintf cuts it, at every length,
 // inside the label too: as much as fits beside the NUL, nothing after it,
 // and the whole length counted.
 TEST(Record, TextIsCutAsTheFormatterWouldCutIt) {
-  for (const char* key : {"bnet.info", "kx.info"}) {
-    const std::string text = std::string(key) + "=0123456789";
+  for (const std::string text : {"bnet.info=0123456789", "kx.info=012345"}) {
     for (int32_t capacity = 12; capacity <= 14 + int32_t(text.size());
          ++capacity) {
-      const Outcome o = classify(make_result(0, 0, text), capacity);
+      SCOPED_TRACE(text + " in " + std::to_string(capacity));
+      const Outcome o = classify(0, 0, text, capacity);
       std::vector<char> expected(capacity + kGuardTail, kGuard);
       const int length = std::snprintf(expected.data() + 12, capacity - 12,
                                        "%s", text.c_str());
-      EXPECT_EQ(o.length, 12 + length) << key << " " << capacity;
+      EXPECT_EQ(o.length, 12 + length);
       EXPECT_TRUE(std::equal(expected.begin() + 12, expected.end(),
-                             o.buffer.begin() + 12))
-          << key << " " << capacity;
+                             o.buffer.begin() + 12));
     }
   }
 }

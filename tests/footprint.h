@@ -1,6 +1,5 @@
-// What one call costs besides time, and what it does when the machine runs
-// short: heap allocations, counted (and made to fail) by the binary's own
-// operator new, and stack depth, measured on a painted thread stack.
+// Heap allocations of a call, counted (and made to fail) by the binary's own
+// operator new: the exhaustion tests fail them, bench/ counts them.
 #ifndef LINKWARD_TESTS_FOOTPRINT_H
 #define LINKWARD_TESTS_FOOTPRINT_H
 
@@ -21,13 +20,6 @@ struct Heap {
 // 0, its N-th allocation throws std::bad_alloc instead of allocating. Other
 // threads are neither counted nor failed.
 Heap watch_heap(const std::function<void()>& call, size_t fail_at = 0);
-
-// Runs `call` on a thread of its own with `stack_size` bytes of stack above a
-// guard page, so that an overflow stops the program, and returns how many
-// bytes of that stack it reached below its caller: the deepest byte written,
-// less that of an empty call.
-size_t stack_bytes(const std::function<void()>& call,
-                   size_t stack_size = 256 * 1024);
 
 }  // namespace footprint
 

@@ -1,19 +1,15 @@
-// The wire schema, pinned in one place: every field of every message read
-// from its row (repeated fields twice, every int32 a negative number in five
-// bytes, which only an int32 reads back as itself), what absent fields read,
-// the required fields and the enumerations. No field's number, type, label or
-// default, nor an enumeration value, changes without a failure here.
+// The wire schema, pinned by bytes: a query and an answer holding every field
+// of the three schema files (repeated ones twice, the second empty; every
+// int32 negative; every enumeration at a value other than its first) against
+// bytes written from the key tables; then the required fields, the declared
+// defaults and the enumerations.
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <functional>
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "answer_parse.h"
-#include "kx_common.pb.h"
 #include "kx_request.pb.h"
 #include "kx_response.pb.h"
 #include "wire.h"
@@ -24,209 +20,210 @@ namespace resp = linkward::info::resp;
 
 namespace {
 
-template <class... T>
-std::string values(const T&... v) {
-  std::ostringstream out;
-  ((out << v << '|'), ...);
-  return out.str();
-}
-
-// One message, by its name without the package: bytes holding every field,
-// and what its fields read from them and from an empty message.
-struct Pinned {
-  std::string message, bytes;
-  const char *fields, *absent;
-  std::vector<std::string> required;  // the keys of the required fields
-  std::function<std::string(const std::string&)> read;  // the fields' values
-  std::function<bool(const std::string&)> complete;
-};
-
-// Parses with the runtime; every key must be a known field's.
-template <class M, class Read>
-Pinned pin(const std::string& hex, const char* fields, const char* absent,
-           std::vector<std::string> required, Read read) {
-  const auto reads = [read](auto& bytes) {
-    M m;
-    if (!m.ParsePartialFromString(bytes) || !m.unknown_fields().empty())
-      return "unknown fields: " + to_hex(m.unknown_fields());
-    return read(m);
-  };
-  const auto complete = [](auto& bytes) { return M().ParseFromString(bytes); };
-  const std::string name = M::default_instance().GetTypeName();
-  const std::string message = name.substr(name.rfind('.') + 1);
-  return {message, from_hex(hex), fields, absent, required, reads, complete};
-}
-
-// -2, -3, ... as 32-bit varints.
-const std::string n2 = " fe ff ff ff 0f ", n3 = " fd ff ff ff 0f ",
-                  n4 = " fc ff ff ff 0f ", n5 = " fb ff ff ff 0f ",
-                  n6 = " fa ff ff ff 0f ";
-
-// What a row reads from its message `m`: the values given, in that order.
-#define READ(...) [](const auto& m) { return values(__VA_ARGS__); }
-
-std::vector<Pinned> schema() {
-  using namespace info;
-  using namespace req;
-  using namespace resp;
-  return {
-      pin<StringPair>("0a 01 6b 12 01 76", "k|v|", "||", {"0a"},
-                      READ(m.key(), m.value())),
-      pin<LeakCount>(
-          "08" + n2 + "10" + n3 + "18" + n4 + "20" + n5 + "28 02 30 03",
-          "-2|-3|-4|-5|1|1|", "0|0|0|0|0|0|", {},
-          READ(m.high(), m.mid(), m.low(), m.info(), m.sameip(), m.tamper())),
-      pin<WebScanResult>(
-          "0a 00 4a 01 77 50 02", "1|w|1|", "0||0|", {},
-          READ(m.has_leak_count(), m.illegal_words(), m.tamper())),
-      pin<MD5>("08 14 12 01 6d 18 04 20 02", "20|m|4|1|", "0||1|0|", {"12"},
-               READ(m.type(), m.md5(), m.src(), m.act())),
-      pin<Keyword>("08" + n2 + "12 01 6b 1a 01 61 1a 01 62 22 00 22 00",
-                   "-2|k|2|2|", "0||0|0|", {"08"},
-                   READ(m.id(), m.keyword(), m.md5s_size(), m.kws_exts_size())),
-      pin<URL>(
-          "0a 01 75 10 01 18 02 22 01 68 2a 00 2a 00 32 01 6c 3a 00 3a 00 "
-          "42 01 70 4a 01 64 52 01 73 5a 01 74 a2 01 01 78",
-          "u|1|2|h|2|l|2|p|d|s|t|x|", "|255|0||0||0||||||", {},
-          READ(m.url(), m.url_charset(), m.url_type(), m.host(), m.md5s_size(),
-               m.log(), m.url_exts_size(), m.proxy_url(), m.post_data(),
-               m.server_ip(), m.trunk_url(), m.proxy_host())),
-      pin<Iframe>("0a 00 10" + n2, "1|-2|", "0|0|", {},
-                  READ(m.has_url(), m.iframe_id())),
-      pin<Refer>("0a 00 10" + n2 + "18" + n3 + "20" + n4 + "2a 00 2a 00",
-                 "1|-2|-3|-4|2|", "0|0|0|0|0|", {},
-                 READ(m.has_url(), m.refer_id(), m.refer_type(),
-                      m.refer_subtype(), m.subframes_size())),
-      pin<ImInfo>("08" + n2 + "10" + n3 + "1a 01 6d 22 00", "-2|-3|m|1|",
-                  "0|0||0|", {}, READ(m.type(), m.id(), m.im(), m.has_md5())),
-      pin<URLEntity>("08" + n2 +
-                         "12 00 22 00 22 00 2a 01 61 32 00 32 00 3a 00 "
-                         "3a 00",
-                     "-2|1|2|a|2|2|", "0|0|0||0|0|", {"08"},
-                     READ(m.id(), m.has_url(), m.refers_size(), m.anchor(),
-                          m.subframes_size(), m.ims_size())),
-      pin<Request>(
-          "0a 00 0a 00 12 00 12 00 18 04 20" + n2 +
-              "2a 01 70 32 01 63 3a 01 76 42 01 73 4a 01 6d 52 01 6c "
-              "5a 01 6e 62 01 66 6a 01 72 70 05 7a 00 7a 00 82 01 01 "
-              "74 8a 01 01 77",
-          "2|2|4|-2|p|c|v|s|m|l|n|f|r|5|2|t|w|", "0|0|0|0||||||||||0|0|||",
-          {"18", "2a", "32", "3a", "42", "4a", "6a"},
-          READ(m.urls_size(), m.kws_size(), m.uv(), m.omd5_index(), m.product(),
-               m.combo(), m.vk(), m.src(), m.mid(), m.le(), m.consume(), m.fb(),
-               m.rule_group_id(), m.use_http_reason(), m.package_exts_size(),
-               m.stat_log(), m.version())),
-      pin<MD5Result>("0a 01 6d 10" + n2 + "18" + n3 + "20" + n4 + "28" + n5 +
-                         "30 01 38" + n6 + "42 00 42 00 4a 00",
-                     "m|-2|-3|-4|-5|1|-6|2|1|", "|0|0|0|0|0|120|0|0|", {"10"},
-                     READ(m.md5(), m.level(), m.version(), m.time(),
-                          m.sub_type(), m.cache_type(), m.cache_duration_sec(),
-                          m.values_size(), m.has_webscan_result())),
-      pin<Result>("08 02 10" + n2 + "1a 00 22 00 22 00 2a 00 2a 00",
-                  "2|-2|1|2|2|", "0|0|0|0|0|", {"10"},
-                  READ(m.ec(), m.id(), m.has_merged_result(),
-                       m.md5_results_size(), m.exts_size())),
-      pin<Response>("08 06 12 00 12 00 1a 00 1a 00", "6|2|2|", "0|0|0|", {"08"},
-                    READ(m.ec(), m.results_size(), m.package_exts_size())),
-  };
-}
-#undef READ
-
-// Each message reads its fields from its row and its defaults from nothing.
-// Holding its required fields alone, each a zero or an empty text, it is
-// complete, and leaving out any one of them it is not.
-TEST(Schema, EveryMessage) {
-  for (const Pinned& p : schema()) {
-    EXPECT_EQ(p.read(p.bytes), p.fields) << p.message;
-    EXPECT_EQ(p.read(""), p.absent) << p.message;
-    for (size_t left_out = 0; left_out <= p.required.size(); ++left_out) {
-      std::string hex;  // the required fields but the one left out
-      for (size_t i = 0; i < p.required.size(); ++i)
-        if (i != left_out) hex += p.required[i] + " 00 ";
-      EXPECT_EQ(p.complete(from_hex(hex)), left_out == p.required.size())
-          << p.message << " leaving out required field " << left_out;
+// Hex in which "-N" is a negative int32, "T" true and "{ ... }" a message,
+// its length and then its bytes between `first` and `last`. -N and T as the
+// runtime writes them (-N in ten bytes, T as 01), or, `in`, as the wire may
+// also bring them: -N as its low 32 bits in five bytes, which only an int32
+// reads back as itself and in which an enumeration keeps a value outside it;
+// T as 02, which only a bool reads back as 01.
+std::string hex(bool in, const std::string& text, const std::string& first = "",
+                const std::string& last = "") {
+  std::istringstream words(text);
+  std::vector<std::string> open{first};  // the messages begun, innermost last
+  for (std::string w; words >> w;) {
+    if (w == "{") {
+      open.push_back(first);
+    } else if (w == "}") {
+      const std::string message = open.back() + last;
+      open.pop_back();
+      open.back() += delimited(message);
+    } else if (w == "T") {
+      open.back() += in ? '\x02' : '\x01';
+    } else if (w[0] == '-') {
+      open.back() +=
+          static_cast<char>(256 - std::stoi(w.substr(1))) +
+          from_hex(in ? "ff ff ff 0f" : "ff ff ff ff ff ff ff ff 01");
+    } else {
+      open.back() += from_hex(w);
     }
   }
+  return open.back() + last;
 }
 
-// Sets every bytes field from a raw pointer and a size, which a string
-// field's setter does not take: a bytes field turned into a string does not
-// compile.
-[[maybe_unused]] void set_raw_bytes(req::Request& r, const void* raw) {
-  r.add_package_exts()->set_key(raw, 0);
-  r.add_package_exts()->set_value(raw, 0);
-  r.add_kws()->set_keyword(raw, 0);
-  r.add_urls()->set_anchor(raw, 0);
-  r.add_urls()->add_ims()->set_im(raw, 0);
-  req::URL* url = r.add_urls()->mutable_url();
-  url->set_url(raw, 0);
-  url->set_host(raw, 0);
-  url->set_log(raw, 0);
-  url->set_proxy_url(raw, 0);
-  url->set_post_data(raw, 0);
-  url->set_server_ip(raw, 0);
-  url->set_trunk_url(raw, 0);
-  url->set_proxy_host(raw, 0);
+// A bytes field's value: a string field does not take a raw pointer.
+#define BYTES(text) static_cast<const void*>(text), sizeof(text) - 1
+
+// Adds two elements to a repeated field; returns the first.
+template <class Field>
+auto* two(Field* field) {
+  auto* first = field->Add();
+  field->Add();
+  return first;
 }
 
-// The answer's messages, each with every field, nested as deep as an answer
-// goes, and an unknown field first in each: the library's parse must read
-// them as the runtime does, which writes unknown fields after known ones, so
-// that a known field kept as an unknown one comes out in another place.
-TEST(Schema, TheLibrarysParseReadsEveryFieldOfTheAnswer) {
-  std::map<std::string, std::string> row;
-  for (const Pinned& p : schema())
-    row[p.message] = from_hex("f0 01 01") + p.bytes;
-  const std::string answer =
-      row["Response"] +
-      nested(2, row["Result"] +
-                    nested(3, row["MD5Result"] + nested(8, row["StringPair"]) +
-                                  nested(9, row["WebScanResult"] +
-                                                nested(1, row["LeakCount"]))));
-  resp::Response ours, runtimes;
-  ASSERT_TRUE(runtimes.ParsePartialFromString(answer));
-  const int size = static_cast<int>(answer.size());
-  EXPECT_EQ(linkward::parse_answer(answer.data(), size, ours).fault,
+// Every request field and, inside, every field of the messages it holds:
+// urls (an entity, then an empty one), kws (a keyword, then an empty one),
+// then the request's own.
+std::string request_bytes(bool in) {
+  return hex(
+      in,
+      "0a { 08 -2 12 { 0a 01 75 10 01 18 02 22 01 68 2a { 08 14 12 01 6d 18 "
+      "04 20 T } 2a { } 32 01 6c 3a { 0a 01 6b 12 01 76 } 3a { } 42 01 70 4a "
+      "01 64 52 01 73 5a 01 74 a2 01 01 78 } 22 { 0a { } 10 -4 18 -5 20 -6 "
+      "2a { 0a { } 10 -7 } 2a { } } 22 { } 2a 01 61 32 { 0a { } 10 -7 } 32 { "
+      "} 3a { 08 -8 10 -9 1a 01 69 22 { } } 3a { } } 0a { } 12 { 08 -3 12 01 "
+      "6b 1a 01 61 1a 01 62 22 { 0a 01 6b 12 01 76 } 22 { } } 12 { } 18 04 "
+      "20 -1 2a 01 70 32 01 63 3a 01 76 42 01 73 4a 01 6d 52 01 6c 5a 01 6e "
+      "62 01 66 6a 01 72 70 05 7a { 0a 01 6b 12 01 76 } 7a { } 82 01 01 74 "
+      "8a 01 01 77");
+}
+
+req::Request request() {
+  info::StringPair pair;
+  pair.set_key(BYTES("k")), pair.set_value(BYTES("v"));
+  req::Iframe iframe;
+  iframe.mutable_url(), iframe.set_iframe_id(-7);
+  req::Request m;
+  req::URLEntity* entity = two(m.mutable_urls());
+  entity->set_id(-2), entity->set_anchor(BYTES("a"));
+  req::URL* url = entity->mutable_url();
+  url->set_url(BYTES("u")), url->set_url_charset(req::URL::kCSGBK),
+      url->set_url_type(req::URL::kIntercept), url->set_host(BYTES("h")),
+      url->set_log(BYTES("l")), url->set_proxy_url(BYTES("p")),
+      url->set_post_data(BYTES("d")), url->set_server_ip(BYTES("s")),
+      url->set_trunk_url(BYTES("t")), url->set_proxy_host(BYTES("x"));
+  req::MD5* md5 = two(url->mutable_md5s());
+  md5->set_type(req::MD5::kQueryValue), md5->set_md5("m"),
+      md5->set_src(req::MD5::kIm), md5->set_act(true);
+  *two(url->mutable_url_exts()) = pair;
+  req::Refer* refer = two(entity->mutable_refers());
+  refer->mutable_url(), refer->set_refer_id(-4), refer->set_refer_type(-5),
+      refer->set_refer_subtype(-6);
+  *two(refer->mutable_subframes()) = iframe;
+  *two(entity->mutable_subframes()) = iframe;
+  req::ImInfo* im = two(entity->mutable_ims());
+  im->set_type(-8), im->set_id(-9), im->set_im(BYTES("i")), im->mutable_md5();
+  req::Keyword* keyword = two(m.mutable_kws());
+  keyword->set_id(-3), keyword->set_keyword(BYTES("k")), keyword->add_md5s("a"),
+      keyword->add_md5s("b");
+  *two(keyword->mutable_kws_exts()) = pair;
+  m.set_uv(req::Request::kUV4_ProtobufPlain), m.set_omd5_index(-1),
+      m.set_product("p"), m.set_combo("c"), m.set_vk("v"), m.set_src("s"),
+      m.set_mid("m"), m.set_le("l"), m.set_consume("n"), m.set_fb("f"),
+      m.set_rule_group_id("r"),
+      m.set_use_http_reason(req::Request::kUDPResponseError),
+      m.set_stat_log("t"), m.set_version("w");
+  *two(m.mutable_package_exts()) = pair;
+  return m;
+}
+
+// The query, which the library builds, by its accessors: set through them,
+// and parsed from bytes the wire may bring, it is the key tables' bytes.
+TEST(Schema, TheQueryByItsBytes) {
+  req::Request parsed;
+  parsed.ParsePartialFromString(request_bytes(true));
+  const std::string bytes = to_hex(request_bytes(false));
+  EXPECT_EQ(to_hex(request().SerializePartialAsString()), bytes);
+  EXPECT_EQ(to_hex(parsed.SerializePartialAsString()), bytes);
+}
+
+// Every response field and, inside, every field of the messages it holds,
+// those of kx_common included: results (a result, then an empty one), then
+// package_exts; each message's own fields between `first` and `last`.
+std::string response_bytes(bool in, const std::string& first,
+                           const std::string& last) {
+  return hex(
+      in,
+      "08 06 12 { 08 02 10 -6 1a { } 22 { 0a 01 6d 10 -1 18 -2 20 -3 28 -4 "
+      "30 01 38 -5 42 { 0a 01 6b 12 01 76 } 42 { } 4a { 0a { 08 -7 10 -8 18 "
+      "-9 20 -10 28 T 30 T } 4a 01 77 50 T } } 22 { } 2a { } 2a { } } 12 { } "
+      "1a { } 1a { }",
+      first, last);
+}
+
+// The answer, which the library parses, by its parse: as the wire may bring
+// it, with an unknown field first in each message, it comes out of the
+// runtime's parse and of the library's as the key tables' bytes with the
+// unknown fields last, as the runtime writes them. A known field that either
+// parse kept as an unknown one would come out in another place.
+TEST(Schema, TheAnswerByItsBytes) {
+  const std::string unknown = from_hex("f0 01 01");
+  const std::string in = response_bytes(true, unknown, "");
+  resp::Response runtimes, ours;
+  ASSERT_TRUE(runtimes.ParsePartialFromString(in));
+  EXPECT_EQ(linkward::parse_answer(in.data(), in.size(), ours).fault,
             linkward::ParseFault::kNone);
-  EXPECT_EQ(to_hex(ours.SerializePartialAsString()),
-            to_hex(runtimes.SerializePartialAsString()));
+  for (const resp::Response* parsed : {&runtimes, &ours})
+    EXPECT_EQ(to_hex(parsed->SerializePartialAsString()),
+              to_hex(response_bytes(false, "", unknown)));
+}
+
+// Empty when M, holding the fields whose keys are given (each a zero or an
+// empty text), is complete, and leaving out any one of them it is not; else
+// its name.
+template <class M>
+std::string needs(const std::vector<std::string>& required) {
+  bool as_declared = true;
+  for (size_t left_out = 0; left_out <= required.size(); ++left_out) {
+    std::string hex;
+    for (size_t i = 0; i < required.size(); ++i)
+      if (i != left_out) hex += required[i] + " 00 ";
+    as_declared &=
+        M().ParseFromString(from_hex(hex)) == (left_out == required.size());
+  }
+  return as_declared ? "" : M().GetTypeName() + " ";
+}
+
+// The required fields, and the defaults the schema declares.
+TEST(Schema, RequiredFieldsAndDefaults) {
+  EXPECT_EQ(
+      needs<info::StringPair>({"0a"}) + needs<info::LeakCount>({}) +
+          needs<info::WebScanResult>({}) + needs<req::MD5>({"12"}) +
+          needs<req::Keyword>({"08"}) + needs<req::URL>({}) +
+          needs<req::Iframe>({}) + needs<req::Refer>({}) +
+          needs<req::ImInfo>({}) + needs<req::URLEntity>({"08"}) +
+          needs<req::Request>({"18", "2a", "32", "3a", "42", "4a", "6a"}) +
+          needs<resp::MD5Result>({"10"}) + needs<resp::Result>({"10"}) +
+          needs<resp::Response>({"08"}),
+      "");
+  EXPECT_TRUE(req::MD5().src() == req::MD5::kRowUrl &&
+              req::URL().url_charset() == req::URL::kCSUnknown &&
+              resp::MD5Result().cache_duration_sec() == 120);
 }
 
 // An enumeration's values and names, as its validity test sees them from its
-// least value to its greatest.
-#define ENUMERATION(scope, e)                                       \
-  [] {                                                              \
-    std::string seen;                                               \
-    for (int64_t v = scope::e##_MIN; v <= scope::e##_MAX; ++v)      \
-      if (scope::e##_IsValid(static_cast<int>(v)))                  \
-        seen += std::to_string(v) + " " + scope::e##_Name(v) + ","; \
-    return seen;                                                    \
+// least value to its greatest, then a full stop.
+#define ENUMERATION(scope, e)                                         \
+  [] {                                                                \
+    std::string seen;                                                 \
+    for (int64_t v = scope::e##_MIN; v <= scope::e##_MAX; ++v)        \
+      if (scope::e##_IsValid(static_cast<int>(v)))                    \
+        seen += (seen.empty() ? "" : ",") + std::to_string(v) + " " + \
+                scope::e##_Name(v);                                   \
+    return seen + ".";                                                \
   }()
 
 TEST(Schema, Enumerations) {
-  EXPECT_EQ(ENUMERATION(req::MD5, Type),
-            "0 kUnknown,1 kRawURL,2 kNormalizedURL,3 kResourceURL,4 kHost,"
-            "5 kDomain,6 kDomain1,7 kDomain2,8 kDomain3,9 kDomain4,"
-            "10 kDomain5,20 kQueryValue,");
-  EXPECT_EQ(ENUMERATION(req::MD5, Src),
-            "0 kUnknownSrc,1 kRowUrl,2 kIframe,3 kRefer,4 kIm,");
-  EXPECT_EQ(ENUMERATION(req::URL, Type), "0 kUnknown,1 kFull,2 kIntercept,");
-  EXPECT_EQ(ENUMERATION(req::URL, Charset),
-            "0 kCSUTF8,1 kCSGBK,2 kCSBIG5,255 kCSUnknown,");
-  EXPECT_EQ(ENUMERATION(req::Request, UseHttpReason),
-            "0 kUnknownHttpReason,1 kUDPTimeout,2 kDataPackageTooLarge,"
-            "3 kUDPRequestFailedAllTheTime,4 kUDPNotAvailable,"
-            "5 kUDPResponseError,");
-  EXPECT_EQ(ENUMERATION(req::Request, UserLayerVersion),
-            "0 kUV0,1 kUV1,2 kUV2_TextEncrypt,3 kUV3_ProtobufEncrypt,"
-            "4 kUV4_ProtobufPlain,");
-  EXPECT_EQ(ENUMERATION(resp::Result, ErrorCode),
-            "0 kOK,1 kNotFound,2 kNeedFullRefer,");
-  EXPECT_EQ(ENUMERATION(resp::Response, ErrorCode),
-            "0 kOK,1 kNotFound,2 kRequestDataError,3 kVKFailed,"
-            "4 kRequestPackageTooLarge,5 kServerInternalError,"
-            "6 kPCSlimitError,");
-  EXPECT_EQ(ENUMERATION(info, CacheType), "0 kCacheType0,1 kCacheType1,");
+  EXPECT_EQ(
+      ENUMERATION(req::MD5, Type) + ENUMERATION(req::MD5, Src) +
+          ENUMERATION(req::URL, Type) + ENUMERATION(req::URL, Charset) +
+          ENUMERATION(req::Request, UseHttpReason) +
+          ENUMERATION(req::Request, UserLayerVersion) +
+          ENUMERATION(resp::Result, ErrorCode) +
+          ENUMERATION(resp::Response, ErrorCode) + ENUMERATION(info, CacheType),
+      "0 kUnknown,1 kRawURL,2 kNormalizedURL,3 kResourceURL,4 kHost,5 kDomain,"
+      "6 kDomain1,7 kDomain2,8 kDomain3,9 kDomain4,10 kDomain5,20 kQueryValue."
+      "0 kUnknownSrc,1 kRowUrl,2 kIframe,3 kRefer,4 kIm."
+      "0 kUnknown,1 kFull,2 kIntercept."
+      "0 kCSUTF8,1 kCSGBK,2 kCSBIG5,255 kCSUnknown."
+      "0 kUnknownHttpReason,1 kUDPTimeout,2 kDataPackageTooLarge,"
+      "3 kUDPRequestFailedAllTheTime,4 kUDPNotAvailable,5 kUDPResponseError."
+      "0 kUV0,1 kUV1,2 kUV2_TextEncrypt,3 kUV3_ProtobufEncrypt,"
+      "4 kUV4_ProtobufPlain."
+      "0 kOK,1 kNotFound,2 kNeedFullRefer."
+      "0 kOK,1 kNotFound,2 kRequestDataError,3 kVKFailed,"
+      "4 kRequestPackageTooLarge,5 kServerInternalError,6 kPCSlimitError."
+      "0 kCacheType0,1 kCacheType1.");
 }
 #undef ENUMERATION
 
@@ -236,27 +233,37 @@ TEST(Schema, Enumerations) {
 // answer hold `v` in every such field, each message's own after the messages
 // it holds, since the runtime writes unknown fields last.
 TEST(Schema, OutOfRangeEnumerationValuesAreKeptAs32BitVarints) {
-  const auto query = [](const std::string& v) {
-    const std::string url = nested(5, from_hex("08" + v + "18" + v)) +
-                            from_hex("10" + v + "18" + v);
-    return nested(1, nested(2, url)) + from_hex("18" + v + "70" + v);
+  const auto query = [](bool kept) {
+    return hex(kept,
+               "0a { 12 { 2a { 08 -1 18 -1 } 10 -1 18 -1 } } 18 -1 70 -1");
   };
-  const auto answer = [](const std::string& v) {
-    return nested(2, nested(4, from_hex("30" + v)) + from_hex("08" + v)) +
-           from_hex("08" + v);
+  const auto answer = [](bool kept) {
+    return hex(kept, "12 { 22 { 30 -1 } 08 -1 } 08 -1");
   };
-  const std::string minus_one = " ff ff ff ff ff ff ff ff ff 01 ",
-                    kept = " ff ff ff ff 0f ";
   req::Request request;
   resp::Response response;
-  request.ParsePartialFromString(query(minus_one));
-  response.ParsePartialFromString(answer(minus_one));
-  EXPECT_EQ(to_hex(request.SerializePartialAsString()), to_hex(query(kept)));
-  EXPECT_EQ(to_hex(response.SerializePartialAsString()), to_hex(answer(kept)));
+  request.ParsePartialFromString(query(false));
+  response.ParsePartialFromString(answer(false));
+  EXPECT_EQ(to_hex(request.SerializePartialAsString()), to_hex(query(true)));
+  EXPECT_EQ(to_hex(response.SerializePartialAsString()), to_hex(answer(true)));
 }
 
-TEST(SchemaDeathTest, TheLibrarysChecksAndAssertionsAreInForce) {
-  // Self-merge is checked inside the library's compiled message code.
+// The checks the library keeps in every build type stop the call, the
+// runtime's fatal ones throwing (nothing catches them in a caller): a null
+// URL, a negative answer size (a caller's error no answer can cause), a
+// message merged into itself (the library's compiled message code), and an
+// enumeration set outside its values.
+TEST(KeptChecksDeathTest, StopTheCall) {
+  char out[64];
+  int32_t length;
+  EXPECT_DEATH(uncaught([&] {
+                 create_proto_request(out, &length, 64, 1, nullptr, "m", "", 0);
+               }),
+               "CHECK failed: value != nullptr: ");
+  for (int32_t size : {-1, INT32_MIN})
+    EXPECT_DEATH(
+        uncaught([&] { parser_proto_response(out, &length, 64, "", size); }),
+        "CHECK failed: \\(size\\) >= \\(0\\)");
   req::Request request;
   EXPECT_DEATH(uncaught([&] { request.MergeFrom(request); }),
                "CHECK failed: \\(&from\\) != \\(_this\\): ");
