@@ -212,10 +212,11 @@ std::string as_json(const Outcome& o) {
                      {"number", o.response.ec()}};
   if (o.unknown_error_code) j["unknown_error_code"] = *o.unknown_error_code;
   const bool whole = o.parse.fault == linkward::ParseFault::kNone;
-  j["parse"] = {{"whole", whole},
-                {"stopped", o.parse.stopped},
-                {"offset", o.parse.offset},
-                {"fault", whole ? Json(nullptr) : Json(fault_text(o.parse.fault))}};
+  j["parse"] = {
+      {"whole", whole},
+      {"stopped", o.parse.stopped},
+      {"offset", o.parse.offset},
+      {"fault", whole ? Json(nullptr) : Json(fault_text(o.parse.fault))}};
   if (!o.hints.empty()) j["hints"] = o.hints;
   return j.dump(2) + "\n";
 }
