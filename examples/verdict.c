@@ -16,7 +16,8 @@
 #endif
 
 int main(int argc, char** argv) {
-  static char answer[64 * 1024]; /* far more than an answer takes */
+  /* far more than an answer takes; the byte beyond tells a longer file */
+  static char answer[64 * 1024 + 1];
   char record[LINKWARD_RECORD_SIZE];
   int32_t record_len = 0, rc;
   linkward_verdict verdict;
@@ -33,13 +34,13 @@ int main(int argc, char** argv) {
     return 2;
   }
   size = fread(answer, 1, sizeof answer, file);
-  if (ferror(file) || !feof(file)) {
+  if (ferror(file) || size == sizeof answer) {
     if (ferror(file))
       fprintf(stderr, "linkward-verdict: cannot read %s: %s\n", argv[1],
               strerror(errno));
     else
       fprintf(stderr, "linkward-verdict: %s is longer than %u bytes\n", argv[1],
-              (unsigned)sizeof answer);
+              (unsigned)(sizeof answer - 1));
     fclose(file);
     return 2;
   }
@@ -47,9 +48,10 @@ int main(int argc, char** argv) {
 
   rc = parser_proto_response(record, &record_len, sizeof record, answer,
                              (int32_t)size);
-  if (rc != 0) {
+  if (rc != LINKWARD_OK) {
     printf("refused: %d, %s\n", (int)rc,
-           rc == -3 ? "the service reported an error" : "no results");
+           rc == LINKWARD_ERR_SERVICE ? "the service reported an error"
+                                      : "no results");
     return 1;
   }
   if (linkward_read_record(record, record_len, sizeof record, &verdict) != 0) {
