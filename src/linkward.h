@@ -16,7 +16,8 @@
  *   - std::bad_alloc          memory ran out (any call that builds or parses
  *                             a message). Everything the call made is freed;
  *                             out_buf and *out_len are as they were, or
- *                             already hold the whole record.
+ *                             (parser_proto_response only) already hold the
+ *                             whole record.
  *   - std::logic_error        create_proto_request with vk NULL and vk_len
  *                             above 0. Nothing is written.
  *   - a fatal check           create_proto_request with url NULL, or
