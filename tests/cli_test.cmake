@@ -15,9 +15,10 @@ function(check expected fragment line)
   execute_process(COMMAND bash -o pipefail -c "linkward() { ${EMULATOR} ${TOOL} \"$@\"; }\n${line}"
     WORKING_DIRECTORY ${WORK} OUTPUT_VARIABLE out ERROR_VARIABLE err RESULT_VARIABLE status)
   string(FIND "${out}${err}" "${fragment}" found)
-  if(NOT status STREQUAL expected OR found EQUAL -1 OR line MATCHES "^linkward( [^|&\n]*)?$" AND (
-      err AND NOT err MATCHES "^(linkward: [^\n]*\n)+$" OR
-      NOT status MATCHES "^[04]$" AND (out OR NOT err MATCHES "^[^\n]*\n$")))
+  if(NOT status STREQUAL expected OR found EQUAL -1 OR
+      (line MATCHES "^linkward( [^|&\n]*)?$" AND
+       ((err AND NOT err MATCHES "^(linkward: [^\n]*\n)+$") OR
+        (NOT status MATCHES "^[04]$" AND (out OR NOT err MATCHES "^[^\n]*\n$")))))
     message(SEND_ERROR "${line}\nwanted: status ${expected}, '${fragment}'; from the tool "
       "alone, its own stderr lines and a failure one line on stderr alone\n"
       "status ${status}\nstdout:\n${out}\nstderr:\n${err}")
@@ -128,7 +129,8 @@ for f in ${SOURCE_DIR}/fuzz/corpus/answer/* $(for fuzzer in answer answer_parse
     do find ${FUZZ_CORPUS}/$fuzzer -type f 2> /dev/null | head -n 100; done)
 do
   tail -c +$([[ $f == */answer/* ]] && echo 3 || echo 1) $f > in.bin
-  linkward inspect --json --as answer in.bin > in.json 2> note || continue
+  linkward inspect --json --as answer in.bin > in.json 2> note ||
+    { status=$?; [ $status -eq 4 ] && continue; echo \"$f: inspect exited $status\"; exit 1; }
   linkward encode --as answer in.json -o - > out.bin || exit 1
   cmp -s in.bin out.bin || { grep -q 'not in the form' note &&
     linkward inspect --json --as answer out.bin | cmp - in.json; } ||
