@@ -35,7 +35,6 @@ endfunction()
 check(0 "linkward 1.0.0\n" [[linkward --version]])
 check(0 "Exit status:\n  0  done\n" [[linkward --help]])
 check(1 "cannot write to stdout: No space left on device" [[linkward --help > /dev/full]])
-check(0 "" "groff -man -Tutf8 -ww -z ${SOURCE_DIR}/docs/linkward.1 2>&1 | (! grep .)")
 
 set(query "0a 09 08 00 12 05 0a 03 61 62 63 18 03 2a 07 73
 6d 61 72 74 68 77 32 08 66 69 72 65 77 61 6c 6c

@@ -1,7 +1,8 @@
-# cmake -DROOT=<repository> -P docs_links.cmake
+# cmake -DROOT=<repository> -P docs_check.cmake
 # Every relative link in README.md and docs/*.md must reach a file, and a
 # #fragment a heading of the page it names, as the project's web view
-# anchors headings: lowercase, punctuation dropped, blanks as hyphens.
+# anchors headings: lowercase, punctuation dropped, blanks as hyphens. The
+# tool's manual page must render without a warning.
 cmake_minimum_required(VERSION 3.25)
 file(GLOB pages ${ROOT}/README.md ${ROOT}/docs/*.md)
 if(NOT pages MATCHES "/README[.]md;.*/docs/")
@@ -36,3 +37,9 @@ foreach(page IN LISTS pages)
     endif()
   endforeach()
 endforeach()
+
+execute_process(COMMAND groff -man -Tutf8 -ww -z ${ROOT}/docs/linkward.1
+  ERROR_VARIABLE warnings RESULT_VARIABLE status)
+if(NOT status EQUAL 0 OR warnings)
+  message(SEND_ERROR "docs/linkward.1 does not render cleanly (${status}):\n${warnings}")
+endif()
