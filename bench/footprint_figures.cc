@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "footprint.h"
+#include "heap_per_call.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
 #include "wire.h"
@@ -54,17 +54,8 @@ std::function<void()> classify(const std::string& bytes) {
   };
 }
 
-// Counted after a first call, so that the runtime's one-time set-up is not
-// charged to the call; a call that does not free all it allocated stops the
-// program.
 void print_heap(const char* what, const std::function<void()>& call) {
-  call();
-  const footprint::Heap heap = footprint::watch_heap(call);
-  if (heap.frees != heap.allocations) {
-    std::fprintf(stderr, "footprint: %s frees %zu of %zu allocations\n", what,
-                 heap.frees, heap.allocations);
-    std::exit(1);
-  }
+  const footprint::Heap heap = heap_per_call(call);
   std::printf("%-58s %8zu %10zu\n", what, heap.allocations, heap.bytes);
 }
 

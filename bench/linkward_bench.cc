@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "footprint.h"
+#include "heap_per_call.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
 #include "workloads.h"
@@ -31,24 +31,6 @@ struct Pair {
 };
 
 std::vector<Pair> pairs;
-
-// Counted over a few calls after a warm-up call, so that the runtime's
-// one-time set-up is not charged to the call. Stops the program when a call
-// does not free everything it allocated.
-footprint::Heap heap_per_call(const std::function<void()>& call) {
-  constexpr size_t kCalls = 8;
-  call();
-  const footprint::Heap heap = footprint::watch_heap([&] {
-    for (size_t i = 0; i < kCalls; ++i) call();
-  });
-  if (heap.allocations != heap.frees) {
-    std::fprintf(stderr, "bench: a call frees %zu of its %zu allocations\n",
-                 heap.frees / kCalls, heap.allocations / kCalls);
-    std::exit(1);
-  }
-  return {heap.allocations / kCalls, heap.frees / kCalls, heap.bytes / kCalls,
-          false};
-}
 
 // Heap use is counted outside the timed loop, over calls of its own.
 template <typename Call>
