@@ -1,20 +1,19 @@
 # Message classes are generated from proto/ at build time and never committed.
 #
-# Between protoc and the compiler one step restores how the schema keeps an
-# out-of-range enumeration value: as its low 32 bits in an unsigned varint (at
-# most five bytes), where protoc 3.21 writes back all 64 bits. Each schema file
-# is given the number of enumeration fields it declares, and the step fails the
-# build unless it finds exactly that many sites.
+# Between protoc and the compiler one step gives every class the library's
+# parse in place of the one protoc writes (UseStreamMerge.cmake). Each schema
+# file is given the number of message classes it declares, and the step fails
+# the build unless it finds exactly that many parsers.
 
 set(LINKWARD_GENERATED_DIR ${PROJECT_BINARY_DIR}/generated)
-set(LINKWARD_ENUM_PATCH ${CMAKE_CURRENT_LIST_DIR}/KeepEnumVarints.cmake)
+set(LINKWARD_PARSE_PATCH ${CMAKE_CURRENT_LIST_DIR}/UseStreamMerge.cmake)
 
-# linkward_generate_messages(<out-var> <proto> <enum-sites> [<proto> <enum-sites>]...)
+# linkward_generate_messages(<out-var> <proto> <messages> [<proto> <messages>]...)
 function(linkward_generate_messages out_var)
   set(sources)
   file(MAKE_DIRECTORY ${LINKWARD_GENERATED_DIR})
   while(ARGN)
-    list(POP_FRONT ARGN proto sites)
+    list(POP_FRONT ARGN proto messages)
     get_filename_component(name ${proto} NAME_WE)
     get_filename_component(proto_path ${proto} ABSOLUTE)
     get_filename_component(proto_dir ${proto_path} DIRECTORY)
@@ -23,8 +22,8 @@ function(linkward_generate_messages out_var)
     add_custom_command(
       OUTPUT ${cc} ${h}
       COMMAND protobuf::protoc -I${proto_dir} --cpp_out=${LINKWARD_GENERATED_DIR} ${proto_path}
-      COMMAND ${CMAKE_COMMAND} -DFILE=${cc} -DSITES=${sites} -P ${LINKWARD_ENUM_PATCH}
-      DEPENDS ${proto_path} ${LINKWARD_ENUM_PATCH} protobuf::protoc
+      COMMAND ${CMAKE_COMMAND} -DFILE=${cc} -DMESSAGES=${messages} -P ${LINKWARD_PARSE_PATCH}
+      DEPENDS ${proto_path} ${LINKWARD_PARSE_PATCH} protobuf::protoc
       COMMENT "Generating message classes from ${name}.proto"
       VERBATIM)
     list(APPEND sources ${cc} ${h})

@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int length = static_cast<int>(size);
   linkward::info::resp::Response ours, runtimes;
   const linkward::ParseReport parse =
-      linkward::parse_answer(data, length, ours);
+      linkward::parse_message(data, length, ours);
   if (!runtimes.ParsePartialFromArray(data, length)) return 0;
   require(parse.fault == linkward::ParseFault::kNone &&
               ours.SerializePartialAsString() ==

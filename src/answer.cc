@@ -1,7 +1,8 @@
 // The answer: the service's bytes parsed, its error code and results looked
 // at, and the first per-hash result handed to the classifier.
 
-#include "answer_parse.h"
+#include <google/protobuf/stubs/logging.h>
+
 #include "kx_response.pb.h"
 #include "linkward.h"
 
@@ -34,11 +35,15 @@ int32_t parser_proto_response(char* out_buf, int32_t* out_len, int32_t out_size,
   if (out_buf == nullptr || out_len == nullptr || data == nullptr)
     return LINKWARD_ERR_ARGUMENT;
 
+  // The runtime leaves a negative size to an assertion that release builds
+  // of it drop; the promise is its fatal check.
+  GOOGLE_CHECK_GE(size, 0);
   resp::Response response;
   // A cut or malformed answer is walked as far as it parsed, and one that
-  // lacks required fields is used all the same, so where the parse ended is
-  // not looked at.
-  linkward::parse_answer(data, size, response);
+  // lacks required fields is used all the same, so whether the parse
+  // succeeded is not looked at; the partial parse is the whole one without
+  // the check of required fields, which would log their absence.
+  response.ParsePartialFromArray(data, size);
   if (response.ec() != resp::Response::kOK) return LINKWARD_ERR_SERVICE;
   if (response.results_size() == 0) return LINKWARD_ERR_NO_RESULTS;
 

@@ -1,9 +1,10 @@
-// The answer's parse, field by field, on the runtime's classic coded input
-// stream. The runtime's own parser of these classes works on a stream of its
-// own that merges cut and malformed input differently (a nested length may
+// The messages' parse, field by field, on the runtime's classic coded input
+// stream. The parser protoc 3.21 writes for each class works on a stream of
+// its own that merges cut and malformed input differently (a nested length may
 // reach into the message around it, a value cut short is dropped or padded
-// with zero bytes, a tag of more than five bytes is refused); on well-formed
-// answers the two agree.
+// with bytes that never arrived, a tag of more than five bytes is refused); on
+// well-formed input the two agree. The build replaces that parser with this
+// one in every class (cmake/UseStreamMerge.cmake).
 #include "answer_parse.h"
 
 #include <google/protobuf/io/coded_stream.h>
@@ -11,14 +12,20 @@
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/wire_format_lite.h>
 
+#include <cstdint>
+#include <string>
 #include <tuple>
 
 #include "add_element.h"
+#include "kx_request.pb.h"
+#include "kx_response.pb.h"
 
 namespace linkward {
 namespace {
 
+namespace req = info::req;
 namespace resp = info::resp;
+using google::protobuf::internal::ParseContext;
 using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::CodedOutputStream;
@@ -42,15 +49,20 @@ constexpr uint32_t length_key(int number) {
 // the messages around a stop stop because it did.
 class Reader {
  public:
-  Reader(const void* data, int size)
+  // `depth` is the nesting the caller's stream has left to give.
+  Reader(const void* data, int size, int depth)
       : bytes_(static_cast<const uint8_t*>(data)),
         size_(size),
-        in_(bytes_, size) {}
+        in_(bytes_, size) {
+    in_.SetRecursionLimit(depth);
+  }
 
   // One message's fields up to its limit. A tag of 0 ends the message as if
   // it were whole; whether it ended at its limit is the caller's test.
   template <class M>
   bool merge(M& message);
+
+  int position() const { return in_.CurrentPosition(); }
 
   ParseReport report() const {
     if (stop_.what != Fault::kNone) return {true, stop_.offset, stop_.what};
@@ -121,6 +133,9 @@ class Reader {
   [[gnu::cold]] bool skip(std::string* unknown_fields, uint32_t key);
 
  private:
+  bool skip_field(uint32_t key, CodedOutputStream& unknown);
+  bool skip_group(uint32_t key, CodedOutputStream& unknown);
+
   // Its low 32 bits are the value of an int32 or an enumeration, however
   // long the varint; `value` is left as it was when the read fails.
   bool varint(uint64_t& value) {
@@ -222,9 +237,9 @@ class Reader {
 };
 
 // ---------------------------------------------------------------------------
-// The answer's messages: each field under the key it arrives with, read as
-// its type is. The numbers are the generated classes' own, so that they
-// follow proto/.
+// Each message's fields under the key each arrives with, read as its type is.
+// The numbers are the generated classes' own, so that they follow proto/.
+// First the answer's messages, those of kx_common among them.
 
 bool read_field(Reader& r, info::StringPair& m, uint32_t key) {
   using M = info::StringPair;
@@ -331,6 +346,181 @@ bool read_field(Reader& r, resp::Response& m, uint32_t key) {
   }
 }
 
+// The query's messages.
+
+bool read_field(Reader& r, req::MD5& m, uint32_t key) {
+  using M = req::MD5;
+  switch (key) {
+    case varint_key(M::kTypeFieldNumber):
+      return r.enumeration(m, key, M::Type_IsValid, &M::set_type);
+    case length_key(M::kMd5FieldNumber):
+      return r.bytes(m.mutable_md5());
+    case varint_key(M::kSrcFieldNumber):
+      return r.enumeration(m, key, M::Src_IsValid, &M::set_src);
+    case varint_key(M::kActFieldNumber):
+      return r.boolean(m, &M::act, &M::set_act);
+    default:
+      return r.skip(m.mutable_unknown_fields(), key);
+  }
+}
+
+bool read_field(Reader& r, req::Keyword& m, uint32_t key) {
+  using M = req::Keyword;
+  switch (key) {
+    case varint_key(M::kIdFieldNumber):
+      return r.int32(m, &M::id, &M::set_id);
+    case length_key(M::kKeywordFieldNumber):
+      return r.bytes(m.mutable_keyword());
+    case length_key(M::kMd5SFieldNumber):
+      return r.bytes(add_element(m.mutable_md5s()));
+    case length_key(M::kKwsExtsFieldNumber):
+      return r.message(add_element(m.mutable_kws_exts()));
+    default:
+      return r.skip(m.mutable_unknown_fields(), key);
+  }
+}
+
+bool read_field(Reader& r, req::URL& m, uint32_t key) {
+  using M = req::URL;
+  switch (key) {
+    case length_key(M::kUrlFieldNumber):
+      return r.bytes(m.mutable_url());
+    case varint_key(M::kUrlCharsetFieldNumber):
+      return r.enumeration(m, key, M::Charset_IsValid, &M::set_url_charset);
+    case varint_key(M::kUrlTypeFieldNumber):
+      return r.enumeration(m, key, M::Type_IsValid, &M::set_url_type);
+    case length_key(M::kHostFieldNumber):
+      return r.bytes(m.mutable_host());
+    case length_key(M::kMd5SFieldNumber):
+      return r.message(add_element(m.mutable_md5s()));
+    case length_key(M::kLogFieldNumber):
+      return r.bytes(m.mutable_log());
+    case length_key(M::kUrlExtsFieldNumber):
+      return r.message(add_element(m.mutable_url_exts()));
+    case length_key(M::kProxyUrlFieldNumber):
+      return r.bytes(m.mutable_proxy_url());
+    case length_key(M::kPostDataFieldNumber):
+      return r.bytes(m.mutable_post_data());
+    case length_key(M::kServerIpFieldNumber):
+      return r.bytes(m.mutable_server_ip());
+    case length_key(M::kTrunkUrlFieldNumber):
+      return r.bytes(m.mutable_trunk_url());
+    case length_key(M::kProxyHostFieldNumber):
+      return r.bytes(m.mutable_proxy_host());
+    default:
+      return r.skip(m.mutable_unknown_fields(), key);
+  }
+}
+
+bool read_field(Reader& r, req::Iframe& m, uint32_t key) {
+  using M = req::Iframe;
+  switch (key) {
+    case length_key(M::kUrlFieldNumber):
+      return r.message(m.mutable_url());
+    case varint_key(M::kIframeIdFieldNumber):
+      return r.int32(m, &M::iframe_id, &M::set_iframe_id);
+    default:
+      return r.skip(m.mutable_unknown_fields(), key);
+  }
+}
+
+bool read_field(Reader& r, req::Refer& m, uint32_t key) {
+  using M = req::Refer;
+  switch (key) {
+    case length_key(M::kUrlFieldNumber):
+      return r.message(m.mutable_url());
+    case varint_key(M::kReferIdFieldNumber):
+      return r.int32(m, &M::refer_id, &M::set_refer_id);
+    case varint_key(M::kReferTypeFieldNumber):
+      return r.int32(m, &M::refer_type, &M::set_refer_type);
+    case varint_key(M::kReferSubtypeFieldNumber):
+      return r.int32(m, &M::refer_subtype, &M::set_refer_subtype);
+    case length_key(M::kSubframesFieldNumber):
+      return r.message(add_element(m.mutable_subframes()));
+    default:
+      return r.skip(m.mutable_unknown_fields(), key);
+  }
+}
+
+bool read_field(Reader& r, req::ImInfo& m, uint32_t key) {
+  using M = req::ImInfo;
+  switch (key) {
+    case varint_key(M::kTypeFieldNumber):
+      return r.int32(m, &M::type, &M::set_type);
+    case varint_key(M::kIdFieldNumber):
+      return r.int32(m, &M::id, &M::set_id);
+    case length_key(M::kImFieldNumber):
+      return r.bytes(m.mutable_im());
+    case length_key(M::kMd5FieldNumber):
+      return r.message(m.mutable_md5());
+    default:
+      return r.skip(m.mutable_unknown_fields(), key);
+  }
+}
+
+bool read_field(Reader& r, req::URLEntity& m, uint32_t key) {
+  using M = req::URLEntity;
+  switch (key) {
+    case varint_key(M::kIdFieldNumber):
+      return r.int32(m, &M::id, &M::set_id);
+    case length_key(M::kUrlFieldNumber):
+      return r.message(m.mutable_url());
+    case length_key(M::kRefersFieldNumber):
+      return r.message(add_element(m.mutable_refers()));
+    case length_key(M::kAnchorFieldNumber):
+      return r.bytes(m.mutable_anchor());
+    case length_key(M::kSubframesFieldNumber):
+      return r.message(add_element(m.mutable_subframes()));
+    case length_key(M::kImsFieldNumber):
+      return r.message(add_element(m.mutable_ims()));
+    default:
+      return r.skip(m.mutable_unknown_fields(), key);
+  }
+}
+
+bool read_field(Reader& r, req::Request& m, uint32_t key) {
+  using M = req::Request;
+  switch (key) {
+    case length_key(M::kUrlsFieldNumber):
+      return r.message(add_element(m.mutable_urls()));
+    case length_key(M::kKwsFieldNumber):
+      return r.message(add_element(m.mutable_kws()));
+    case varint_key(M::kUvFieldNumber):
+      return r.enumeration(m, key, M::UserLayerVersion_IsValid, &M::set_uv);
+    case varint_key(M::kOmd5IndexFieldNumber):
+      return r.int32(m, &M::omd5_index, &M::set_omd5_index);
+    case length_key(M::kProductFieldNumber):
+      return r.bytes(m.mutable_product());
+    case length_key(M::kComboFieldNumber):
+      return r.bytes(m.mutable_combo());
+    case length_key(M::kVkFieldNumber):
+      return r.bytes(m.mutable_vk());
+    case length_key(M::kSrcFieldNumber):
+      return r.bytes(m.mutable_src());
+    case length_key(M::kMidFieldNumber):
+      return r.bytes(m.mutable_mid());
+    case length_key(M::kLeFieldNumber):
+      return r.bytes(m.mutable_le());
+    case length_key(M::kConsumeFieldNumber):
+      return r.bytes(m.mutable_consume());
+    case length_key(M::kFbFieldNumber):
+      return r.bytes(m.mutable_fb());
+    case length_key(M::kRuleGroupIdFieldNumber):
+      return r.bytes(m.mutable_rule_group_id());
+    case varint_key(M::kUseHttpReasonFieldNumber):
+      return r.enumeration(m, key, M::UseHttpReason_IsValid,
+                           &M::set_use_http_reason);
+    case length_key(M::kPackageExtsFieldNumber):
+      return r.message(add_element(m.mutable_package_exts()));
+    case length_key(M::kStatLogFieldNumber):
+      return r.bytes(m.mutable_stat_log());
+    case length_key(M::kVersionFieldNumber):
+      return r.bytes(m.mutable_version());
+    default:
+      return r.skip(m.mutable_unknown_fields(), key);
+  }
+}
+
 template <class M>
 bool Reader::merge(M& message) {
   for (;;) {
@@ -354,7 +544,7 @@ bool Reader::merge(M& message) {
 bool Reader::skip(std::string* unknown_fields, uint32_t key) {
   StringOutputStream out(unknown_fields);
   CodedOutputStream unknown(&out, false);
-  if (WireFormatLite::SkipField(&in_, key, &unknown)) return true;
+  if (skip_field(key, unknown)) return true;
   switch (WireFormatLite::GetTagWireType(key)) {
     case WireFormatLite::WIRETYPE_START_GROUP:
       return stop(Fault::kBadGroup);
@@ -370,13 +560,154 @@ bool Reader::skip(std::string* unknown_fields, uint32_t key) {
   }
 }
 
+// The runtime's own skip (WireFormatLite::SkipField) refuses field number 0,
+// which the classic merge skips like any other; so the skip is written out
+// here, writing what it writes: the key and a varint in their shortest form,
+// a length as its low 32 bits before the bytes are read (so that it stays
+// when they are cut short), a group's records as they are skipped.
+bool Reader::skip_field(uint32_t key, CodedOutputStream& unknown) {
+  switch (WireFormatLite::GetTagWireType(key)) {
+    case WireFormatLite::WIRETYPE_VARINT: {
+      uint64_t value;
+      if (!in_.ReadVarint64(&value)) return false;
+      unknown.WriteVarint32(key);
+      unknown.WriteVarint64(value);
+      return true;
+    }
+    case WireFormatLite::WIRETYPE_FIXED64: {
+      uint64_t value;
+      if (!in_.ReadLittleEndian64(&value)) return false;
+      unknown.WriteVarint32(key);
+      unknown.WriteLittleEndian64(value);
+      return true;
+    }
+    case WireFormatLite::WIRETYPE_LENGTH_DELIMITED: {
+      uint32_t length;
+      if (!in_.ReadVarint32(&length)) return false;
+      unknown.WriteVarint32(key);
+      unknown.WriteVarint32(length);
+      std::string value;
+      if (!in_.ReadString(&value, static_cast<int>(length))) return false;
+      unknown.WriteString(value);
+      return true;
+    }
+    case WireFormatLite::WIRETYPE_START_GROUP:
+      unknown.WriteVarint32(key);
+      return in_.IncrementRecursionDepth() && skip_group(key, unknown);
+    case WireFormatLite::WIRETYPE_FIXED32: {
+      uint32_t value;
+      if (!in_.ReadLittleEndian32(&value)) return false;
+      unknown.WriteVarint32(key);
+      unknown.WriteLittleEndian32(value);
+      return true;
+    }
+    default:  // an end-group key with no group open, or wire type 6 or 7
+      return false;
+  }
+}
+
+// A group's fields up to its end-group key, which must be its own; the end
+// of the message or a tag of 0 leaves it open.
+bool Reader::skip_group(uint32_t key, CodedOutputStream& unknown) {
+  for (;;) {
+    const uint32_t inner = in_.ReadTag();
+    if (inner == 0) return false;
+    if (WireFormatLite::GetTagWireType(inner) ==
+        WireFormatLite::WIRETYPE_END_GROUP) {
+      unknown.WriteVarint32(inner);
+      in_.DecrementRecursionDepth();
+      return inner == key + 1;
+    }
+    if (!skip_field(inner, unknown)) return false;
+  }
+}
+
+// How a whole merge ended: its bytes read, a fault, or a tag of 0 (or one cut
+// short or too long, which the stream reads as 0) ending the outermost
+// message early. Only a fault fails the merge; whether a tag of 0 does is the
+// way in's to say, as it is for the runtime's own parse.
+enum class Ending { kWhole, kFault, kZeroTag };
+
+template <class M>
+Ending merge_bytes(Reader& reader, M& message) {
+  if (!reader.merge(message)) return Ending::kFault;
+  return reader.report().stopped ? Ending::kZeroTag : Ending::kWhole;
+}
+
+// Whether the `left` bytes up to the context's limit lie in one piece at
+// `ptr`, as they do for a parse from an array or a string, and from a bounded
+// stream whose limit falls in the chunk at hand. The context may read 16 slop
+// bytes past the end of the data it says is available, so the bytes are in
+// one piece exactly when that end lies at most 16 bytes short of ptr + left.
+bool in_one_piece(const char* ptr, int left, ParseContext* ctx) {
+  constexpr uintptr_t kSlopBytes = 16;
+  const uintptr_t from = reinterpret_cast<uintptr_t>(ptr);
+  if (left < 0 || static_cast<uintptr_t>(left) > UINTPTR_MAX - from)
+    return false;
+  const uintptr_t short_of_end = from + left - (kSlopBytes + 1);
+  return ctx->DataAvailable(reinterpret_cast<const char*>(short_of_end));
+}
+
+// The rest of a stream, through the context's own test for its end, which
+// leaves the context as the runtime's callers look for it: at its limit, or
+// at the end of the stream.
+std::string gather(const char*& ptr, ParseContext* ctx) {
+  std::string bytes;
+  while (!ctx->Done(&ptr)) bytes.push_back(*ptr++);
+  return bytes;
+}
+
+// A tag of 0 is told to the context as the runtime's own parse tells it.
+const char* hand_back(Ending ending, const char* end, ParseContext* ctx) {
+  if (ending == Ending::kFault) return nullptr;
+  if (ending == Ending::kZeroTag) ctx->SetLastTag(0);
+  return end;
+}
+
 }  // namespace
 
-ParseReport parse_answer(const void* data, int size, resp::Response& response) {
+template <class M>
+ParseReport parse_message(const void* data, int size, M& message) {
   GOOGLE_CHECK_GE(size, 0);
-  Reader reader(data, size);
-  reader.merge(response);
+  Reader reader(data, size, CodedInputStream::GetDefaultRecursionLimit());
+  reader.merge(message);
   return reader.report();
 }
+
+template <class M>
+const char* parse_in_context(M& message, const char* ptr, ParseContext* ctx) {
+  const int left = ctx->BytesUntilLimit(ptr);
+  if (in_one_piece(ptr, left, ctx)) {
+    Reader reader(ptr, left, ctx->depth());
+    const Ending ending = merge_bytes(reader, message);
+    return hand_back(ending, ptr + reader.position(), ctx);
+  }
+  // A stream in chunks: merged once all of it has arrived, so that what was
+  // read comes out as it does from one piece. The stream is read to its end
+  // even when a tag of 0 ends the message before it.
+  const std::string bytes = gather(ptr, ctx);
+  Reader reader(bytes.data(), static_cast<int>(bytes.size()), ctx->depth());
+  return hand_back(merge_bytes(reader, message), ptr, ctx);
+}
+
+// Every generated class, each with both ways in.
+#define LINKWARD_PARSE(Message)                                   \
+  template ParseReport parse_message(const void*, int, Message&); \
+  template const char* parse_in_context(Message&, const char*, ParseContext*);
+LINKWARD_PARSE(info::StringPair)
+LINKWARD_PARSE(info::LeakCount)
+LINKWARD_PARSE(info::WebScanResult)
+LINKWARD_PARSE(req::MD5)
+LINKWARD_PARSE(req::Keyword)
+LINKWARD_PARSE(req::URL)
+LINKWARD_PARSE(req::Iframe)
+LINKWARD_PARSE(req::Refer)
+LINKWARD_PARSE(req::ImInfo)
+LINKWARD_PARSE(req::URLEntity)
+LINKWARD_PARSE(req::Request)
+LINKWARD_PARSE(resp::MD5Result)
+LINKWARD_PARSE(resp::Result)
+LINKWARD_PARSE(resp::Response)
+#undef LINKWARD_PARSE
 
 }  // namespace linkward

@@ -1,12 +1,14 @@
-// The answer's parse. The service's bytes are merged into a Response the way
+// How every message class parses. The bytes are merged into a message the way
 // a classic coded-input-stream parse of these messages merges them, so that
-// an answer cut short or malformed keeps exactly what arrived before the
-// fault: a value cut short keeps the bytes that came, a nested message never
-// reads past the one that holds it, a tag may take up to ten bytes.
+// input cut short or malformed keeps exactly what arrived before the fault: a
+// value cut short keeps the bytes that came, a skipped field is kept as the
+// records that were read, a nested message never reads past the one that
+// holds it, a tag may take up to ten bytes. The answer is why it exists; the
+// query's classes parse the same way, since a caller may parse those too.
 #ifndef LINKWARD_ANSWER_PARSE_H
 #define LINKWARD_ANSWER_PARSE_H
 
-#include "kx_response.pb.h"
+#include <google/protobuf/parse_context.h>
 
 namespace linkward {
 
@@ -38,11 +40,21 @@ struct ParseReport {
   ParseFault fault;  // kNone when the bytes were read whole
 };
 
-// Merges the `size` bytes at `data` into `response`. Whatever was read before
-// a fault stays in the message; nothing is logged. A negative size stops on
-// the runtime's fatal check.
-ParseReport parse_answer(const void* data, int size,
-                         info::resp::Response& response);
+// Merges the `size` bytes at `data` into `message`, any of the generated
+// classes, and says how it went. Whatever was read before a fault stays in
+// the message; nothing is logged. A negative size stops on the runtime's
+// fatal check.
+template <class Message>
+ParseReport parse_message(const void* data, int size, Message& message);
+
+// The generated classes' own parse (the build puts a call to it in each),
+// which every way into a message leads to: a byte array or string, a
+// zero-copy stream, a coded stream. It takes the bytes the runtime's parse
+// context holds up to its limit or the end of its stream, merges them as
+// parse_message does, and returns null when the merge failed.
+template <class Message>
+const char* parse_in_context(Message& message, const char* ptr,
+                             google::protobuf::internal::ParseContext* ctx);
 
 }  // namespace linkward
 

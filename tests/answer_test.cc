@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "answer_parse.h"
+#include "kx_response.pb.h"
 #include "wire.h"
 
 namespace resp = linkward::info::resp;
@@ -31,7 +32,7 @@ struct Answer {
 };
 
 std::string parsed(const std::string& bytes, resp::Response& response) {
-  const linkward::ParseReport report = linkward::parse_answer(
+  const linkward::ParseReport report = linkward::parse_message(
       bytes.data(), static_cast<int>(bytes.size()), response);
   return report.fault == linkward::ParseFault::kNone ? "whole"
          : report.stopped ? "stops at " + std::to_string(report.offset)

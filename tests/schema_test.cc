@@ -151,7 +151,7 @@ TEST(Schema, TheAnswerByItsBytes) {
   const std::string in = response_bytes(true, unknown, "");
   resp::Response runtimes, ours;
   ASSERT_TRUE(runtimes.ParsePartialFromString(in));
-  EXPECT_EQ(linkward::parse_answer(in.data(), in.size(), ours).fault,
+  EXPECT_EQ(linkward::parse_message(in.data(), in.size(), ours).fault,
             linkward::ParseFault::kNone);
   for (const resp::Response* parsed : {&runtimes, &ours})
     EXPECT_EQ(to_hex(parsed->SerializePartialAsString()),

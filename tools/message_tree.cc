@@ -421,7 +421,7 @@ std::string parse(const std::string& bytes, req::Request& request) {
 }
 
 std::string parse(const std::string& bytes, resp::Response& response) {
-  return parse_fault(linkward::parse_answer(
+  return parse_fault(linkward::parse_message(
       bytes.data(), static_cast<int>(bytes.size()), response));
 }
 

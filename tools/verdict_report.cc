@@ -135,7 +135,7 @@ Outcome judge(const std::string& answer, int32_t capacity, bool from_hex) {
   o.record.assign(capacity, '\0');
   o.returned = parser_proto_response(o.record.data(), &o.length, capacity,
                                      answer.data(), size);
-  o.parse = linkward::parse_answer(answer.data(), size, o.response);
+  o.parse = linkward::parse_message(answer.data(), size, o.response);
   o.unknown_error_code = unknown_error_code(o.response);
   o.hints = hints(answer, from_hex);
   o.has_record =
