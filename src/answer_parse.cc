@@ -12,6 +12,7 @@
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/wire_format_lite.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <tuple>
@@ -622,6 +623,10 @@ bool Reader::skip_group(uint32_t key, CodedOutputStream& unknown) {
   }
 }
 
+// The bytes the runtime's parse context may read past the data it says is
+// available.
+constexpr uintptr_t kSlopBytes = 16;
+
 // How a whole merge ended: its bytes read, a fault, or a tag of 0 (or one cut
 // short or too long, which the stream reads as 0) ending the outermost
 // message early. Only a fault fails the merge; whether a tag of 0 does is the
@@ -640,7 +645,6 @@ Ending merge_bytes(Reader& reader, M& message) {
 // bytes past the end of the data it says is available, so the bytes are in
 // one piece exactly when that end lies at most 16 bytes short of ptr + left.
 bool in_one_piece(const char* ptr, int left, ParseContext* ctx) {
-  constexpr uintptr_t kSlopBytes = 16;
   const uintptr_t from = reinterpret_cast<uintptr_t>(ptr);
   if (left < 0 || static_cast<uintptr_t>(left) > UINTPTR_MAX - from)
     return false;
@@ -648,13 +652,35 @@ bool in_one_piece(const char* ptr, int left, ParseContext* ctx) {
   return ctx->DataAvailable(reinterpret_cast<const char*>(short_of_end));
 }
 
-// The rest of a stream, through the context's own test for its end, which
-// leaves the context as the runtime's callers look for it: at its limit, or
-// at the end of the stream.
+// Where the data the context holds at hand ends (its limit end), which lies
+// at most 16 bytes before `ptr` once no more is available.
+const char* data_end(const char* ptr, ParseContext* ctx) {
+  uintptr_t end = reinterpret_cast<uintptr_t>(ptr);
+  for (uintptr_t back = 0; back < kSlopBytes; ++back, --end)
+    if (ctx->DataAvailable(reinterpret_cast<const char*>(end - 1))) break;
+  return reinterpret_cast<const char*>(end);
+}
+
+// The rest of a stream, up to the context's limit or the stream's end, which
+// leaves the context as the runtime's callers look for it. Past the data at
+// hand lie 16 bytes that begin the next piece, unless this piece is the
+// last; they are taken before the context is asked for more, since, asked
+// where they are still to come, it looks through them for a tag of 0 that
+// might end the message (a merge from a coded stream asks it to) and, on
+// finding one in the middle of a value, would end the stream there.
 std::string gather(const char*& ptr, ParseContext* ctx) {
   std::string bytes;
-  while (!ctx->Done(&ptr)) bytes.push_back(*ptr++);
-  return bytes;
+  for (;;) {
+    while (ctx->DataAvailable(ptr)) bytes.push_back(*ptr++);
+    const char* end = data_end(ptr, ctx);
+    if (!ctx->IsExceedingLimit(end + 1)) {
+      const int ahead = std::min(static_cast<int>(end + kSlopBytes - ptr),
+                                 ctx->BytesUntilLimit(ptr));
+      bytes.append(ptr, ahead);
+      ptr += ahead;
+    }
+    if (ctx->Done(&ptr)) return bytes;
+  }
 }
 
 // A tag of 0 is told to the context as the runtime's own parse tells it.

@@ -124,7 +124,7 @@ check(0 "symbolic link\nsymbolic link\nfifo\n640\nkept\n" [[stat -c %F link.bin 
 # seeds and at most 100 inputs of each fuzzer's own corpus; the answer
 # fuzzer's inputs begin with two bytes of its own.
 check(0 "" "checked=0
-for f in ${SOURCE_DIR}/fuzz/corpus/answer/* $(for fuzzer in answer answer_parse
+for f in ${SOURCE_DIR}/fuzz/corpus/answer/* $(for fuzzer in answer message_parse
     do find ${FUZZ_CORPUS}/$fuzzer -type f 2> /dev/null | head -n 100; done)
 do
   tail -c +$([[ $f == */answer/* ]] && echo 3 || echo 1) $f > in.bin
