@@ -7,6 +7,7 @@
 #include "kx_request.pb.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
+#include "stock_kx_response.pb.h"
 
 namespace req = linkward::info::req;
 namespace resp = linkward::info::resp;
@@ -103,17 +104,18 @@ int32_t library_answer(const std::string& answer, char* out) {
   return rc == 0 ? length : rc;
 }
 
-// The parse the library makes, and nothing else: ParsePartialFromArray, since
-// the library skips the initialisation check on purpose.
+// The parse the library makes, and nothing else, as the runtime's own parser
+// makes it: ParsePartialFromArray, since the library skips the
+// initialisation check on purpose, into classes generated untouched.
 int32_t floor_answer(const std::string& answer) {
-  resp::Response response;
+  linkward_stock::info::resp::Response response;
   response.ParsePartialFromArray(answer.data(),
                                  static_cast<int>(answer.size()));
   return response.results_size();
 }
 
 int32_t checked_parse(const std::string& answer) {
-  resp::Response response;
+  linkward_stock::info::resp::Response response;
   response.ParseFromArray(answer.data(), static_cast<int>(answer.size()));
   return response.results_size();
 }
@@ -139,8 +141,11 @@ void check_floors_match() {
   }
   for (const Answer& answer : answers()) {
     resp::Response parsed;
+    linkward_stock::info::resp::Response floor;
     if (!parsed.ParseFromString(answer.bytes) ||
-        parsed.SerializeAsString() != answer.bytes)
+        parsed.SerializeAsString() != answer.bytes ||
+        !floor.ParseFromString(answer.bytes) ||
+        floor.SerializeAsString() != answer.bytes)
       mismatch("an answer does not parse back to itself");
     char record[kRecordRoom];
     // Each reaches the typical per-hash result: code 7, with a text.
