@@ -136,26 +136,51 @@ std::string response_bytes(bool in, const std::string& first,
       in,
       "08 06 12 { 08 02 10 -6 1a { } 22 { 0a 01 6d 10 -1 18 -2 20 -3 28 -4 "
       "30 01 38 -5 42 { 0a 01 6b 12 01 76 } 42 { } 4a { 0a { 08 -7 10 -8 18 "
-      "-9 20 -10 28 T 30 T } 4a 01 77 50 T } } 22 { } 2a { } 2a { } } 12 { } "
+      "-9 20 -10 28 T 30 00 } 4a 01 77 50 T } } 22 { } 2a { } 2a { } } 12 { } "
       "1a { } 1a { }",
       first, last);
 }
 
-// The answer, which the library parses, by its parse: as the wire may bring
-// it, with an unknown field first in each message, it comes out of the
-// runtime's parse and of the library's as the key tables' bytes with the
-// unknown fields last, as the runtime writes them. A known field that either
-// parse kept as an unknown one would come out in another place.
+// The same answer set through the accessors; within a message no two fields
+// of one type hold the same value, so a parse that read one field into
+// another would not come out as this.
+resp::Response response() {
+  info::StringPair pair;
+  pair.set_key(BYTES("k")), pair.set_value(BYTES("v"));
+  resp::Response m;
+  m.set_ec(resp::Response::kPCSlimitError);
+  resp::Result* result = two(m.mutable_results());
+  result->set_ec(resp::Result::kNeedFullRefer), result->set_id(-6),
+      result->mutable_merged_result();
+  resp::MD5Result* md5 = two(result->mutable_md5_results());
+  md5->set_md5("m"), md5->set_level(-1), md5->set_version(-2),
+      md5->set_time(-3), md5->set_sub_type(-4),
+      md5->set_cache_type(info::kCacheType1), md5->set_cache_duration_sec(-5);
+  *two(md5->mutable_values()) = pair;
+  info::WebScanResult* scan = md5->mutable_webscan_result();
+  info::LeakCount* leak = scan->mutable_leak_count();
+  leak->set_high(-7), leak->set_mid(-8), leak->set_low(-9), leak->set_info(-10),
+      leak->set_sameip(true), leak->set_tamper(false);
+  scan->set_illegal_words("w"), scan->set_tamper(true);
+  two(result->mutable_exts()), two(m.mutable_package_exts());
+  return m;
+}
+
+// The answer, which the library parses, by its accessors and its parse: set
+// through the accessors it is the key tables' bytes; parsed as the wire may
+// bring it, with an unknown field first in each message, it comes out as
+// those bytes with the unknown fields last, as the runtime writes them. A
+// known field kept as an unknown one would come out in another place.
 TEST(Schema, TheAnswerByItsBytes) {
   const std::string unknown = from_hex("f0 01 01");
   const std::string in = response_bytes(true, unknown, "");
-  resp::Response runtimes, ours;
-  ASSERT_TRUE(runtimes.ParsePartialFromString(in));
-  EXPECT_EQ(linkward::parse_message(in.data(), in.size(), ours).fault,
+  resp::Response parsed;
+  EXPECT_EQ(linkward::parse_message(in.data(), in.size(), parsed).fault,
             linkward::ParseFault::kNone);
-  for (const resp::Response* parsed : {&runtimes, &ours})
-    EXPECT_EQ(to_hex(parsed->SerializePartialAsString()),
-              to_hex(response_bytes(false, "", unknown)));
+  EXPECT_EQ(to_hex(response().SerializePartialAsString()),
+            to_hex(response_bytes(false, "", "")));
+  EXPECT_EQ(to_hex(parsed.SerializePartialAsString()),
+            to_hex(response_bytes(false, "", unknown)));
 }
 
 // Empty when M, holding the fields whose keys are given (each a zero or an
