@@ -87,6 +87,8 @@ check(0 "12 06 08 01 10 01 28 05 1a 07 0a 05 61 00 22 5c\nff 08 07\n"
   [[linkward inspect --hex --json odd.hex --as answer | linkward encode --as answer]])
 check(4 "results {\n  id: 0\n}\nlinkward: stdin: does not parse whole as \
 linkward.info.resp.Response: stopped at byte 4" [[linkward inspect --hex --as answer <<< '08 01 12 05 10']])
+check(4 "does not parse whole as linkward.info.req.Request: stopped at byte 6: \
+an unknown field cut short" [[linkward inspect --hex --as request <<< '0a 05 08 01 12 09 61 62']])
 
 check(2 "give a subcommand" [[linkward]])
 check(2 "not expected: verdcit typical.hex; did you mean 'verdict'?" [[linkward verdcit typical.hex]])

@@ -411,18 +411,11 @@ void load(const Json& j, M* message, const std::string& path) {
   }
 }
 
-// A query is parsed by the runtime, as the service would parse it; an answer
-// as the library parses it, so that what is shown is what the library saw.
-std::string parse(const std::string& bytes, req::Request& request) {
-  if (request.ParsePartialFromArray(bytes.data(),
-                                    static_cast<int>(bytes.size())))
-    return "";
-  return "the bytes do not parse whole";
-}
-
-std::string parse(const std::string& bytes, resp::Response& response) {
+// Parsed as the message classes parse, saying where and why a parse stopped.
+template <class M>
+std::string parse(const std::string& bytes, M& message) {
   return parse_fault(linkward::parse_message(
-      bytes.data(), static_cast<int>(bytes.size()), response));
+      bytes.data(), static_cast<int>(bytes.size()), message));
 }
 
 template <class M>
