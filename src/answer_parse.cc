@@ -633,9 +633,17 @@ constexpr uintptr_t kSlopBytes = 16;
 // way in's to say, as it is for the runtime's own parse.
 enum class Ending { kWhole, kFault, kZeroTag };
 
+// One class's merge, behind a plain function pointer, so that all that does
+// not depend on the class is compiled once rather than for each of 14.
+using Merge = bool (*)(Reader&, void* message);
+
 template <class M>
-Ending merge_bytes(Reader& reader, M& message) {
-  if (!reader.merge(message)) return Ending::kFault;
+bool merge_as(Reader& reader, void* message) {
+  return reader.merge(*static_cast<M*>(message));
+}
+
+Ending merge_bytes(Reader& reader, Merge merge, void* message) {
+  if (!merge(reader, message)) return Ending::kFault;
   return reader.report().stopped ? Ending::kZeroTag : Ending::kWhole;
 }
 
@@ -690,22 +698,20 @@ const char* hand_back(Ending ending, const char* end, ParseContext* ctx) {
   return end;
 }
 
-}  // namespace
-
-template <class M>
-ParseReport parse_message(const void* data, int size, M& message) {
+ParseReport parse_bytes(const void* data, int size, Merge merge,
+                        void* message) {
   GOOGLE_CHECK_GE(size, 0);
   Reader reader(data, size, CodedInputStream::GetDefaultRecursionLimit());
-  reader.merge(message);
+  merge(reader, message);
   return reader.report();
 }
 
-template <class M>
-const char* parse_in_context(M& message, const char* ptr, ParseContext* ctx) {
+const char* parse_context(const char* ptr, ParseContext* ctx, Merge merge,
+                          void* message) {
   const int left = ctx->BytesUntilLimit(ptr);
   if (in_one_piece(ptr, left, ctx)) {
     Reader reader(ptr, left, ctx->depth());
-    const Ending ending = merge_bytes(reader, message);
+    const Ending ending = merge_bytes(reader, merge, message);
     return hand_back(ending, ptr + reader.position(), ctx);
   }
   // A stream in chunks: merged once all of it has arrived, so that what was
@@ -713,7 +719,19 @@ const char* parse_in_context(M& message, const char* ptr, ParseContext* ctx) {
   // even when a tag of 0 ends the message before it.
   const std::string bytes = gather(ptr, ctx);
   Reader reader(bytes.data(), static_cast<int>(bytes.size()), ctx->depth());
-  return hand_back(merge_bytes(reader, message), ptr, ctx);
+  return hand_back(merge_bytes(reader, merge, message), ptr, ctx);
+}
+
+}  // namespace
+
+template <class M>
+ParseReport parse_message(const void* data, int size, M& message) {
+  return parse_bytes(data, size, merge_as<M>, &message);
+}
+
+template <class M>
+const char* parse_in_context(M& message, const char* ptr, ParseContext* ctx) {
+  return parse_context(ptr, ctx, merge_as<M>, &message);
 }
 
 // Every generated class, each with both ways in.
