@@ -41,6 +41,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/linkward-config-version.c
   COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/linkward-config.cmake
               ${PROJECT_BINARY_DIR}/linkward-config-version.cmake
+              ${PROJECT_SOURCE_DIR}/cmake/linkward-protobuf-lite.cmake
   DESTINATION ${LINKWARD_INSTALL_CMAKEDIR} COMPONENT development)
 
 # The prefix is found from where the .pc file is (${pcfiledir}), so that an

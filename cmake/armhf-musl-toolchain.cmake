@@ -133,10 +133,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# The sysroot has the lite protobuf runtime only, all that is linked here;
-# CMake's FindProtobuf insists on finding the full one as well.
-set(Protobuf_LIBRARY ${built_libdir}/libprotobuf-lite.so CACHE FILEPATH "")
-
 # qemu-arm -L runs musl's loader and C library from the sysroot; the loader
 # is told where the built libraries are, for programs without a run path such
 # as installed ones.
