@@ -99,6 +99,9 @@ check(3 "stdin: 'x' at offset 4 (in '0x02') is not a hex digit; write the bytes 
 check(3 "stdin: not JSON: parse error at line 2" [[linkward encode --as answer <<< '{']])
 check(3 "stdin: results[0].levle is not a field of linkward.info.resp.Result"
   [[linkward encode --as answer <<< '{"results": [{"levle": 1}]}']])
+# Bytes quoted in an error line, a name's or the input's, are escaped.
+check(3 [[cannot read bad\x1bname\xff: No such]] [[linkward verdict $'bad\x1bname\xff']])
+check(3 [[last read: '\xff']] [[linkward encode --as answer <<< $'\xff']])
 
 # What -o writes to, and a file too large for the library.
 check(0 "" [[mkdir dir sub && mkfifo fifo && ln -s real.bin link.bin && ln -s sub/made.bin dangling &&
@@ -108,6 +111,13 @@ check(2 "--output: the file name is empty" [[linkward answer -o '']])
 check(1 "cannot write dir: Is a directory" [[linkward answer -o dir]])
 check(1 "cannot write read-only.bin: Permission denied" [[linkward answer -o read-only.bin]])
 check(0 "verdict: 5" [[linkward answer --level 70 -o - | linkward verdict]])
+# -o naming an input, by any name, is refused, and the input stays as it was.
+check(0 "" [[linkward request abc -o - | linkward inspect --json --as request > q.json &&
+  cp q.json q.orig && ln -s q.json q.link && printf '\001\002' > vk.bin && cp vk.bin vk.orig]])
+check(2 "-o q.link is the input, q.json: write" [[linkward encode --as request q.json -o q.link]])
+check(2 "-o q.json is the input, stdin" [[linkward encode --as request -o q.json < q.json]])
+check(2 "-o vk.bin is the input, vk.bin" [[linkward request abc --vk-file vk.bin -o vk.bin]])
+check(0 "" [[cmp q.json q.orig && cmp vk.bin vk.orig]])
 # A new file in the old one's place (the old one, still linked, unchanged).
 check(0 "parse: whole, 10 bytes" [[linkward request abc -o replaced.bin && chmod 640 replaced.bin &&
   ln replaced.bin old.bin && linkward answer --level 70 -o replaced.bin &&

@@ -247,37 +247,63 @@ std::string hex_line(const std::string& bytes) {
   return hex;
 }
 
+namespace {
+
+// A control byte, or one outside ASCII, as C writes it in a string literal;
+// false for a printable byte, which is left to the caller.
+bool append_unprintable(std::string& text, char c) {
+  switch (c) {
+    case '\n':
+      text += "\\n";
+      return true;
+    case '\r':
+      text += "\\r";
+      return true;
+    case '\t':
+      text += "\\t";
+      return true;
+    default:
+      if (c >= 0x20 && c < 0x7f) return false;
+      char code[5];
+      std::snprintf(code, sizeof code, "\\x%02x",
+                    static_cast<unsigned char>(c));
+      text += code;
+      return true;
+  }
+}
+
+}  // namespace
+
 std::string escaped(const std::string& bytes) {
   std::string text;
   for (char c : bytes) {
-    switch (c) {
-      case '"':
-        text += "\\\"";
-        break;
-      case '\\':
-        text += "\\\\";
-        break;
-      case '\n':
-        text += "\\n";
-        break;
-      case '\r':
-        text += "\\r";
-        break;
-      case '\t':
-        text += "\\t";
-        break;
-      default:
-        if (c >= 0x20 && c < 0x7f) {
-          text += c;
-        } else {
-          char code[5];
-          std::snprintf(code, sizeof code, "\\x%02x",
-                        static_cast<unsigned char>(c));
-          text += code;
-        }
-    }
+    if (c == '"' || c == '\\')
+      text += {'\\', c};
+    else if (!append_unprintable(text, c))
+      text += c;
   }
   return text;
+}
+
+std::string printable(const std::string& line) {
+  std::string text;
+  for (char c : line)
+    if (!append_unprintable(text, c)) text += c;
+  return text;
+}
+
+void refuse_output_over_input(const std::string& output,
+                              const std::string& input) {
+  struct stat out, in;
+  if (output.empty() || output == "-" || stat(output.c_str(), &out) != 0 ||
+      !S_ISREG(out.st_mode))
+    return;
+  const int read =
+      input == "-" ? fstat(STDIN_FILENO, &in) : stat(input.c_str(), &in);
+  if (read == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino)
+    throw Failure(kUsage, "-o " + output + " is the input, " +
+                              source_name(input) +
+                              ": write the output elsewhere");
 }
 
 void write_output(const std::string& path, const std::string& bytes) {

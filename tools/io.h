@@ -47,6 +47,16 @@ std::string hex_line(const std::string& bytes);
 // every other byte as \xNN.
 std::string escaped(const std::string& bytes);
 
+// A line for stderr: control bytes and those outside ASCII escaped as
+// escaped() writes them, the rest as it is, so that a name or value quoted
+// in it never reaches the terminal raw.
+std::string printable(const std::string& line);
+
+// Throws Failure(kUsage) when -o's `output` is `input` ("-" for stdin), the
+// same regular file by whatever name: writing it would lose the input.
+void refuse_output_over_input(const std::string& output,
+                              const std::string& input);
+
 // Writes `bytes` where -o names: "-" is stdout; a regular file, or a name
 // not taken yet, is written beside it and renamed over it, so it is never
 // left half-written, even by a power loss; a symbolic link is followed to its

@@ -169,6 +169,7 @@ void add_request(CLI::App& app, RequestArgs& a) {
 }
 
 ExitStatus run_request(const RequestArgs& a) {
+  if (!a.vk_file.empty()) refuse_output_over_input(a.out.path, a.vk_file);
   const std::string vk = a.vk_file.empty()
                              ? parse_hex(a.vk_hex, "--vk-hex", kUsage)
                              : read_input(a.vk_file);
@@ -325,7 +326,7 @@ void add_inspect(CLI::App& app, InspectArgs& a) {
 }
 
 void note(const std::string& text) {
-  std::fprintf(stderr, "linkward: note: %s\n", text.c_str());
+  std::fprintf(stderr, "linkward: note: %s\n", printable(text).c_str());
 }
 
 ExitStatus run_inspect(const InspectArgs& a) {
@@ -368,6 +369,7 @@ void add_encode(CLI::App& app, EncodeArgs& a) {
 }
 
 ExitStatus run_encode(const EncodeArgs& a) {
+  refuse_output_over_input(a.out.path, a.in.path);
   emit(encode(load(a.in), kind_of(a.kind), source_name(a.in.path)), a.out);
   return kDone;
 }
@@ -410,7 +412,7 @@ std::string usage_failure(const CLI::App* app, const CLI::Error& e) {
         (extras.size() == 1 ? "The following argument was not expected: "
                             : "The following arguments were not expected: ") +
         CLI::detail::join(extras, " ");
-  return "linkward: " + what + suggestion(app) + " (see --help)\n";
+  return "linkward: " + printable(what + suggestion(app)) + " (see --help)\n";
 }
 
 }  // namespace
@@ -457,10 +459,11 @@ int main(int argc, char** argv) {
                   "give a subcommand: request, answer, verdict, inspect or "
                   "encode (see --help)");
   } catch (const Failure& failure) {
-    std::fprintf(stderr, "linkward: %s\n", failure.what());
+    std::fprintf(stderr, "linkward: %s\n", printable(failure.what()).c_str());
     return failure.status;
   } catch (const std::exception& e) {
-    std::fprintf(stderr, "linkward: internal failure: %s\n", e.what());
+    std::fprintf(stderr, "linkward: internal failure: %s\n",
+                 printable(e.what()).c_str());
     return kFailed;
   }
 }
