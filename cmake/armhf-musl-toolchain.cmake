@@ -78,9 +78,10 @@ write_if_changed(${scripts}/musl-libc.so "INPUT(-lc)\n")
 # musl's headers come before the Linux ones that zig carries (musl-dev has
 # none). zig compiles C++ against its libc++ headers, with the settings it
 # builds that runtime with; a link gets -nostdlib++, so that zig adds no
-# private copy of the runtime (the shared one is linked below). That also
-# takes the headers away, so C++ is compiled (-c) and linked in separate
-# steps, as CMake does.
+# private copy of the runtime (c++ links the shared one). That also takes the
+# headers away, so C++ is compiled (-c) and linked in separate steps, as
+# CMake does. Asked -dumpmachine, the wrappers name the target, as a cross
+# gcc does.
 set(zig "#!/bin/sh
 export ZIG_LIBC='${scripts}/musl-libc.txt'
 export ZIG_GLOBAL_CACHE_DIR='${zig_cache}' ZIG_LOCAL_CACHE_DIR='${zig_cache}'
@@ -90,38 +91,57 @@ target=\"$target -isystem ${LINKWARD_ZIG_LIB}/libc/include/arm-linux-any\"
 target=\"$target -isystem ${LINKWARD_ZIG_LIB}/libc/include/any-linux-any\"
 link='${scripts}/musl-libc.so'
 for arg; do
-  case $arg in -c | -S | -E) link= ;; esac
+  case $arg in
+    -c | -S | -E) link= ;;
+    -dumpmachine) echo ${LINKWARD_TARGET_TRIPLE}; exit 0 ;;
+  esac
 done
 ")
-write_if_changed(${scripts}/cc "${zig}exec \"$zig\" cc $target \"$@\" $link\n")
-write_if_changed(${scripts}/c++ "${zig}[ -z \"$link\" ] || link=\"-nostdlib++ $link\"
+# c++ links the shared C++ runtime into every C++ binary, a whole cross
+# compiler as a firmware's is; the runtime itself is built with c++-bare.
+# The wrappers are named as a cross toolchain's programs are, the target
+# first, so that a build given only CC and CXX (the firmware recipe's) finds
+# the binary tools beside them, as CMake looks for them.
+set(tool ${scripts}/${LINKWARD_TARGET_TRIPLE}-)
+write_if_changed(${tool}cc "${zig}exec \"$zig\" cc $target \"$@\" $link\n")
+foreach(wrapper c++ c++-bare)
+  set(runtime ${built_libdir}/libc++.so)
+  if(wrapper STREQUAL "c++-bare")
+    set(runtime "")
+  endif()
+  write_if_changed(${tool}${wrapper} "${zig}[ -z \"$link\" ] || link=\"-nostdlib++ ${runtime} $link\"
 exec \"$zig\" c++ $target \"$@\" $link
 ")
-write_if_changed(${scripts}/ar "#!/bin/sh\nexec '${LINKWARD_ZIG}' ar \"$@\"\n")
-write_if_changed(${scripts}/ranlib "#!/bin/sh\nexec '${LINKWARD_ZIG}' ranlib \"$@\"\n")
+endforeach()
+foreach(binary ar ranlib)
+  write_if_changed(${tool}${binary} "#!/bin/sh\nexec '${LINKWARD_ZIG}' ${binary} \"$@\"\n")
+endforeach()
+# zig has no nm or strip; GNU's for armhf read any ARM ELF file.
+foreach(binary nm strip)
+  write_if_changed(${tool}${binary} "#!/bin/sh\nexec arm-linux-gnueabihf-${binary} \"$@\"\n")
+endforeach()
 
-set(CMAKE_C_COMPILER ${scripts}/cc)
-set(CMAKE_CXX_COMPILER ${scripts}/c++)
+set(CMAKE_C_COMPILER ${tool}cc)
+if(LINKWARD_BUILDING_CXX_RUNTIME)
+  set(CMAKE_CXX_COMPILER ${tool}c++-bare)
+else()
+  set(CMAKE_CXX_COMPILER ${tool}c++)
+endif()
 # zig's archiver also for link-time optimised objects, which CMake would hand
 # to the host's older llvm-ar, so finding no link-time optimisation.
 foreach(lang C CXX)
-  set(CMAKE_${lang}_COMPILER_AR ${scripts}/ar CACHE FILEPATH "")
-  set(CMAKE_${lang}_COMPILER_RANLIB ${scripts}/ranlib CACHE FILEPATH "")
+  set(CMAKE_${lang}_COMPILER_AR ${tool}ar CACHE FILEPATH "")
+  set(CMAKE_${lang}_COMPILER_RANLIB ${tool}ranlib CACHE FILEPATH "")
 endforeach()
-set(CMAKE_AR ${scripts}/ar CACHE FILEPATH "")
-set(CMAKE_RANLIB ${scripts}/ranlib CACHE FILEPATH "")
-# zig has no nm or strip; GNU's for armhf read any ARM ELF file.
-set(CMAKE_NM arm-linux-gnueabihf-nm CACHE FILEPATH "")
-set(CMAKE_STRIP arm-linux-gnueabihf-strip CACHE FILEPATH "")
+set(CMAKE_AR ${tool}ar CACHE FILEPATH "")
+set(CMAKE_RANLIB ${tool}ranlib CACHE FILEPATH "")
+set(CMAKE_NM ${tool}nm CACHE FILEPATH "")
+set(CMAKE_STRIP ${tool}strip CACHE FILEPATH "")
 
 # zig defines NDEBUG itself from -O1 on; builds that want it say so.
 set(CMAKE_C_FLAGS_INIT -UNDEBUG)
 set(CMAKE_CXX_FLAGS_INIT -UNDEBUG)
 
-# C++ binaries link the shared C++ runtime, but the runtime itself.
-if(NOT LINKWARD_BUILDING_CXX_RUNTIME)
-  set(CMAKE_CXX_STANDARD_LIBRARIES ${built_libdir}/libc++.so CACHE STRING "")
-endif()
 # zig gives executables a 16 MiB PT_GNU_STACK, and musl takes that as the
 # default stack of every thread. Firmware programs carry none, so threads get
 # musl's own default (128 KiB).
@@ -136,5 +156,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # qemu-arm -L runs musl's loader and C library from the sysroot; the loader
 # is told where the built libraries are, for programs without a run path such
 # as installed ones.
+set(LINKWARD_RUNTIME_LIBDIRS ${built_libdir})
 set(CMAKE_CROSSCOMPILING_EMULATOR
-  qemu-arm -L ${LINKWARD_SYSROOT} -E LD_LIBRARY_PATH=${built_libdir})
+  qemu-arm -L ${LINKWARD_SYSROOT} -E LD_LIBRARY_PATH=${LINKWARD_RUNTIME_LIBDIRS})

@@ -33,10 +33,9 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # The ARM loader finds the C library and libstdc++ under the cross
-# compiler's folder (/usr/<triple>); the unpacked libraries, and those
-# installed into the sysroot (a staging area), it is told about, for programs
-# without a run path such as installed ones.
-set(LINKWARD_SYSROOT_LIBDIRS
-  ${LINKWARD_SYSROOT}/usr/lib/${LINKWARD_TARGET_TRIPLE}:${LINKWARD_SYSROOT}/lib/${LINKWARD_TARGET_TRIPLE}:${LINKWARD_SYSROOT}/usr/lib)
+# compiler's folder (/usr/<triple>); the unpacked libraries it is told about,
+# for programs without a run path such as installed ones.
+set(LINKWARD_RUNTIME_LIBDIRS
+  ${LINKWARD_SYSROOT}/usr/lib/${LINKWARD_TARGET_TRIPLE}:${LINKWARD_SYSROOT}/lib/${LINKWARD_TARGET_TRIPLE})
 set(CMAKE_CROSSCOMPILING_EMULATOR
-  qemu-arm -L /usr/${LINKWARD_TARGET_TRIPLE} -E LD_LIBRARY_PATH=${LINKWARD_SYSROOT_LIBDIRS})
+  qemu-arm -L /usr/${LINKWARD_TARGET_TRIPLE} -E LD_LIBRARY_PATH=${LINKWARD_RUNTIME_LIBDIRS})

@@ -1,57 +1,59 @@
 #!/usr/bin/env bash
-# Runs README.md's one block that installs into $STAGING as written, against
-# this build (BUILD, for the block's own), with $ROOTFS and $STAGING under WORK
-# and only the protobuf lite runtime staged from ROOT (a cross build's sysroot,
-# or the host); then what it built, beside a C++ caller (consumer/).
-# Environment: README BUILD LIBRARY (the built library) SOURCE WORK ARCH, CC
-# and CXX (compiler and flags), and in a cross build TOOLCHAIN, ROOT and ZIG.
+# Runs README.md's firmware recipe, its one block that installs into
+# $STAGING, exactly as written: from a fresh copy of the source tree, with the
+# environment the README asks for, against a staging area in the firmware's
+# layout that holds the protobuf lite runtime alone, and with
+# cmake/staging-toolchain.cmake as the firmware's toolchain file. Then runs
+# what it built, and a C++ caller built through find_package, against the
+# root file system's library, as the device would.
+# Environment: README SOURCE WORK; CC and CXX, the target's compilers with
+# their flags; ROOT, where the lite runtime comes from (a cross build's
+# sysroot; empty for the build machine) and ARCH, its multiarch folder; in a
+# cross build EMULATOR and RUNTIME_LIBDIRS, where the target's C++ runtime is.
 set -euo pipefail
 fail() { echo "install_recipe: $*" >&2; exit 1; }
-unset PKG_CONFIG_PATH PKG_CONFIG_LIBDIR PKG_CONFIG_SYSROOT_DIR
+unset PKG_CONFIG_PATH PKG_CONFIG_LIBDIR PKG_CONFIG_SYSROOT_DIR CMAKE_TOOLCHAIN_FILE
 
-# Continued lines joined; the lines that configure and build the block's own
-# folder give way to this build.
 recipe=$(awk '/^```/ { if (inside && index(block, "DESTDIR=$STAGING")) { n++; kept = block }
     inside = !inside; block = ""; next }
   inside { block = block $0 "\n" }
-  END { printf "%s", kept; exit (n != 1) }' "$README" | sed -e ':a' -e '/\\$/{N;s/\\\n//;ba}') ||
+  END { printf "%s", kept; exit (n != 1) }' "$README") ||
   fail "README.md must hold exactly one block that installs into \$STAGING"
-folder=$(sed -n 's/^cmake -S \. -B \([^ ]*\).*/\1/p' <<<"$recipe")
-[ -n "$folder" ] || fail "the recipe configures no build folder"
-recipe=$(grep -Ev "^cmake (-S \. -B|--build) $folder( |$)" <<<"$recipe" | sed "s# $folder\b# $BUILD#g")
 
-export STAGING=$WORK/staging ROOTFS=$WORK/rootfs
+# The source tree as a user has it: its files, without build folders.
 rm -rf "$WORK"
-mkdir -p "$STAGING/usr/lib/pkgconfig" "$STAGING/usr/include/google" "$ROOTFS"
-ln -s "$SOURCE/examples" "$WORK/examples"
-if [ -n "${ZIG:-}" ]; then  # the musl sysroot is the firmware's whole system
-  cp -a "$ROOT/." "$STAGING"
-else
-  mkdir -p "$STAGING/usr/lib/$ARCH"
-  cp -a "${ROOT:-}/usr/lib/$ARCH"/libprotobuf-lite.so* "$STAGING/usr/lib/$ARCH"
-  cp "${ROOT:-}/usr/lib/$ARCH/pkgconfig/protobuf-lite.pc" "$STAGING/usr/lib/pkgconfig"
-  cp -a "${ROOT:-}/usr/include/google/protobuf" "$STAGING/usr/include/google"
-fi
+tree=$WORK/linkward
+mkdir -p "$tree"
+git -C "$SOURCE" ls-files -z --cached --others --exclude-standard |
+  tar -C "$SOURCE" --null -T - --ignore-failed-read -cf - | tar -C "$tree" -xf -
 
-# The firmware's toolchain file: the cross build's, if any, with every search
-# rooted in the staging area.
-cat >"$WORK/toolchain.cmake" <<EOF
-set(LINKWARD_SYSROOT $STAGING)
-set(LINKWARD_ZIG ${ZIG:-})
-${TOOLCHAIN:+include($TOOLCHAIN)}
-set(CMAKE_FIND_ROOT_PATH $STAGING)
-foreach(kind PACKAGE LIBRARY INCLUDE)
-  set(CMAKE_FIND_ROOT_PATH_MODE_\${kind} ONLY)
-endforeach()
-EOF
-export CMAKE_TOOLCHAIN_FILE=$WORK/toolchain.cmake CC CXX
-(cd "$WORK" && sh -eux -c "$recipe")
+# A staging area as firmware build systems lay it out, with the lite runtime
+# alone: the library, its headers and protobuf-lite.pc.
+export STAGING=$WORK/staging ROOTFS=$WORK/rootfs
+mkdir -p "$STAGING/usr/lib/pkgconfig" "$STAGING/usr/include/google" "$ROOTFS"
+libdir=${ROOT:-}/usr/lib/$ARCH
+[ -e "$libdir/libprotobuf-lite.so" ] || libdir=${ROOT:-}/usr/lib
+cp -a "$libdir"/libprotobuf-lite.so* "$STAGING/usr/lib"
+cp -a "${ROOT:-}/usr/include/google/protobuf" "$STAGING/usr/include/google"
+sed 's|^libdir=.*|libdir=${prefix}/lib|' "$libdir/pkgconfig/protobuf-lite.pc" \
+  >"$STAGING/usr/lib/pkgconfig/protobuf-lite.pc"
+
+export CMAKE_TOOLCHAIN_FILE=$tree/cmake/staging-toolchain.cmake CC CXX
+(cd "$tree" && sh -eux -c "$recipe")
+
+# The recipe's folder is for its target alone: configured again for
+# another, it is refused, where CMake would keep the first without a word.
+for other in "env -u CMAKE_TOOLCHAIN_FILE" "env CC=another-cc"; do
+  (cd "$tree" && $other cmake -S . -B build-firmware 2>&1 || true) | tr -s " \n" " " |
+    grep "was configured with" >/dev/null ||
+    fail "build-firmware configured again with $other is not refused"
+done
 
 # A device gets the library and its SONAME link, stripped.
-name=$(basename "$LIBRARY")
+library=$(basename "$(find "$STAGING" -name 'liblinkward.so.*.*')")
 shipped=$(find "$ROOTFS" ! -type d -printf '%f\n' | sort | tr '\n' ' ')
-[ "$shipped" = "liblinkward.so.1 $name " ] || fail "the runtime component is not the library alone: $shipped"
-[ "$(find "$ROOTFS" -name "$name" -printf %s)" -lt "$(stat -c %s "$LIBRARY")" ] ||
+[ "$shipped" = "liblinkward.so.1 $library " ] || fail "the runtime component is not the library alone: $shipped"
+[ "$(find "$ROOTFS" -name "$library" -printf %s)" -lt "$(find "$STAGING" -name "$library" -printf %s)" ] ||
   fail "the runtime component is not stripped"
 find "$STAGING" -name kx_response.proto | grep -q . || fail "the schema files are not installed"
 
@@ -65,6 +67,21 @@ for flag in $flags; do
 done
 [ "$found" = IL ] || fail "linkward.pc through PKG_CONFIG_PATH alone gives: $flags"
 
-cmake -S "$SOURCE/tests/consumer" -B "$WORK/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$STAGING/usr" -DRECIPE="$WORK"
+cmake -S "$SOURCE/tests/consumer" -B "$WORK/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$STAGING/usr"
 cmake --build "$WORK/consumer"
-ctest --test-dir "$WORK/consumer" --output-on-failure --no-tests=error
+
+# The device's library first, from the root file system.
+on_device() {
+  local dirs=$ROOTFS/usr/lib:$STAGING/usr/lib${RUNTIME_LIBDIRS:+:$RUNTIME_LIBDIRS}
+  if [ -n "${EMULATOR:-}" ]; then
+    $EMULATOR -E LD_LIBRARY_PATH="$dirs" "$@"
+  else
+    LD_LIBRARY_PATH=$dirs "$@"
+  fi
+}
+expected='verdict 7, level 60, sub-type 10, text "kx.info=sc=110|ssc=11021"'
+for program in linkward-verdict build-example/linkward-verdict; do
+  printed=$(on_device "$tree/$program" "$tree/examples/answer.bin") || fail "$program failed"
+  [ "$printed" = "$expected" ] || fail "$program printed: $printed"
+done
+on_device "$WORK/consumer/consumer" || fail "the C++ caller failed"
