@@ -1,10 +1,10 @@
-// The messages' parse, field by field, on the runtime's classic coded input
-// stream. The parser protoc 3.21 writes for each class works on a stream of
-// its own that merges cut and malformed input differently (a nested length may
-// reach into the message around it, a value cut short is dropped or padded
-// with bytes that never arrived, a tag of more than five bytes is refused); on
-// well-formed input the two agree. The build replaces that parser with this
-// one in every class (cmake/UseStreamMerge.cmake).
+// The messages' parse, field by field, as the runtime's classic coded input
+// stream reads them. The parser protoc 3.21 writes for each class works on a
+// stream of its own that merges cut and malformed input differently (a nested
+// length may reach into the message around it, a value cut short is dropped or
+// padded with bytes that never arrived, a tag of more than five bytes is
+// refused); on well-formed input the two agree. The build replaces that parser
+// with this one in every class (cmake/UseStreamMerge.cmake).
 #include "answer_parse.h"
 
 #include <google/protobuf/io/coded_stream.h>
@@ -48,45 +48,53 @@ constexpr uint32_t length_key(int number) {
 // Reads the fields of one answer into its messages. Every reader returns
 // false when the parse must stop; the first fault is the one reported, since
 // the messages around a stop stop because it did.
+//
+// The bytes are read as the runtime's classic coded input stream reads them,
+// through three pointers kept here rather than through the stream itself,
+// whose limits and reads cost calls into the runtime on every nested message
+// and, in a size-optimised build, on every field: where the reading is, where
+// the message being read ends (its limit), and where the bytes end. A nested
+// message's limit never reaches past the one around it.
 class Reader {
  public:
   // `depth` is the nesting the caller's stream has left to give.
   Reader(const void* data, int size, int depth)
       : bytes_(static_cast<const uint8_t*>(data)),
-        size_(size),
-        in_(bytes_, size) {
-    in_.SetRecursionLimit(depth);
-  }
+        end_(bytes_ + size),
+        at_(bytes_),
+        limit_(end_),
+        depth_left_(depth) {}
 
   // One message's fields up to its limit. A tag of 0 ends the message as if
-  // it were whole; whether it ended at its limit is the caller's test.
+  // it were whole; whether it ended at its limit is the caller's test
+  // (ended_whole_).
   template <class M>
   bool merge(M& message);
 
-  int position() const { return in_.CurrentPosition(); }
+  int position() const { return offset(at_); }
 
   ParseReport report() const {
     if (stop_.what != Fault::kNone) return {true, stop_.offset, stop_.what};
     if (reach_.what != Fault::kNone) return {false, reach_.offset, reach_.what};
-    return {false, size_, Fault::kNone};
+    return {false, offset(end_), Fault::kNone};
   }
 
   // A string or bytes field is present from the moment its read starts, and
-  // keeps the bytes that arrived when it is cut short.
+  // keeps the bytes that arrived when it is cut short (a negative length
+  // leaves it as it was).
   bool bytes(std::string* value) {
-    uint32_t length;
-    if (!in_.ReadVarint32(&length)) return stop(value_fault());
-    // Copied straight from the bytes when all of it is there: the stream's
-    // own read sizes the string first, zero bytes and all.
-    const void* there;
-    int left;
-    in_.GetDirectBufferPointerInline(&there, &left);
-    if (length <= static_cast<uint32_t>(left)) {
-      value->assign(static_cast<const char*>(there), length);
-      return in_.Skip(static_cast<int>(length));
+    uint64_t length;
+    if (!read_varint(length)) return stop(value_fault());
+    const uint32_t length32 = static_cast<uint32_t>(length);
+    if (length32 <= left()) {
+      value->assign(reinterpret_cast<const char*>(at_), length32);
+      at_ += length32;
+      return true;
     }
-    if (in_.ReadString(value, static_cast<int>(length))) return true;
-    return stop(static_cast<int>(length) < 0 ? Fault::kBadLength : cut_short());
+    if (static_cast<int32_t>(length32) < 0) return stop(Fault::kBadLength);
+    value->assign(reinterpret_cast<const char*>(at_), left());
+    at_ = limit_;
+    return stop(cut_short());
   }
 
   // A number read that fails still marks the field present, with the value
@@ -125,7 +133,7 @@ class Reader {
   // when its bytes fail.
   template <class M>
   bool message(M* child) {
-    int outer_limit;
+    const uint8_t* outer_limit;
     return enter(outer_limit) && merge(*child) && leave(outer_limit);
   }
 
@@ -137,13 +145,54 @@ class Reader {
   bool skip_field(uint32_t key, CodedOutputStream& unknown);
   bool skip_group(uint32_t key, CodedOutputStream& unknown);
 
+  int offset(const uint8_t* at) const { return static_cast<int>(at - bytes_); }
+  // Bytes up to the limit of the message being read.
+  uint32_t left() const { return static_cast<uint32_t>(limit_ - at_); }
+
+  // A varint of at most ten bytes, as the classic stream reads one, its bits
+  // past the 64th dropped; false when it runs into the limit or is longer.
+  bool read_varint(uint64_t& value) {
+    uint64_t read = 0;
+    const uint8_t* at = at_;
+    for (int shift = 0; shift < 7 * kVarintBytes; shift += 7) {
+      if (at == limit_) return false;
+      const uint8_t byte = *at++;
+      read |= static_cast<uint64_t>(byte & 0x7f) << shift;
+      if (byte < 0x80) {
+        at_ = at;
+        value = read;
+        return true;
+      }
+    }
+    return false;
+  }
+
+  // A field's key, its low 32 bits; 0 for a key of 0, and for one cut short
+  // by the limit or longer than ten bytes. As the classic stream leaves it, a
+  // key of 0 has been read, a cut one read up to the limit, a long one not
+  // read at all.
+  uint32_t read_key() {
+    if (at_ != limit_ && *at_ < 0x80) return *at_++;
+    uint64_t key;
+    if (read_varint(key)) return static_cast<uint32_t>(key);
+    if (limit_ - at_ < kVarintBytes) at_ = limit_;
+    return 0;
+  }
+
+  template <class Integer>
+  bool read_little_endian(Integer& value) {
+    if (left() < sizeof value) return false;
+    value = 0;
+    for (size_t i = 0; i < sizeof value; ++i)
+      value |= static_cast<Integer>(at_[i]) << (8 * i);
+    at_ += sizeof value;
+    return true;
+  }
+
   // Its low 32 bits are the value of an int32 or an enumeration, however
   // long the varint; `value` is left as it was when the read fails.
   bool varint(uint64_t& value) {
-    uint64_t read;
-    if (!in_.ReadVarint64(&read)) return stop(value_fault());
-    value = read;
-    return true;
+    return read_varint(value) || stop(value_fault());
   }
 
   // The key and the value's low 32 bits, at most five bytes however long the
@@ -159,26 +208,23 @@ class Reader {
 
   // A nested message's bytes never reach past the message that holds it,
   // and the runtime's recursion budget bounds the nesting.
-  bool enter(int& outer_limit) {
-    int length;
-    if (!in_.ReadVarintSizeAsInt(&length))
+  bool enter(const uint8_t*& outer_limit) {
+    uint64_t length;
+    if (!read_varint(length) || length > INT32_MAX)
       return stop(value_fault(Fault::kBadLength));
-    const void* there;
-    int left;  // up to the limit of the message around it, or the end
-    in_.GetDirectBufferPointerInline(&there, &left);
-    if (length > left)
-      record(reach_,
-             left < bytes_left() ? Fault::kPastMessage : Fault::kPastBytes);
-    int budget;
-    std::tie(outer_limit, budget) =
-        in_.IncrementRecursionDepthAndPushLimit(length);
-    return budget >= 0 || stop(Fault::kTooDeep);
+    outer_limit = limit_;
+    if (length <= left())
+      limit_ = at_ + length;
+    else
+      record(reach_, limit_ < end_ ? Fault::kPastMessage : Fault::kPastBytes);
+    return --depth_left_ >= 0 || stop(Fault::kTooDeep);
   }
 
   // A child that ended on a tag of 0 has said so already.
-  bool leave(int outer_limit) {
-    return in_.DecrementRecursionDepthAndPopLimit(outer_limit) ||
-           stop(Fault::kZeroTag);
+  bool leave(const uint8_t* outer_limit) {
+    limit_ = outer_limit;
+    ++depth_left_;
+    return ended_whole_ || stop(Fault::kZeroTag);
   }
 
   struct Found {
@@ -199,13 +245,9 @@ class Reader {
     return false;
   }
 
-  int bytes_left() const { return size_ - in_.CurrentPosition(); }
-
   // Which end a read ran into: the current message's, or the bytes'.
   Fault cut_short() const {
-    const int left = in_.BytesUntilLimit();
-    return left >= 0 && left < bytes_left() ? Fault::kCutByMessage
-                                            : Fault::kCutByBytes;
+    return limit_ < end_ ? Fault::kCutByMessage : Fault::kCutByBytes;
   }
 
   // Why the varint after the current field's key could not be read. Found
@@ -220,8 +262,7 @@ class Reader {
   // message or of the bytes, it is longer than ten bytes, or it is whole and
   // its value was refused (`refused`).
   [[gnu::cold]] Fault varint_fault(int start, Fault refused) {
-    const int left = in_.BytesUntilLimit();
-    const int end = left < 0 ? size_ : in_.CurrentPosition() + left;
+    const int end = offset(limit_);
     for (int i = start;; ++i) {
       if (i - start == kVarintBytes) return Fault::kOverlong;
       if (i >= end) return cut_short();
@@ -229,9 +270,12 @@ class Reader {
     }
   }
 
-  const uint8_t* bytes_;
-  int size_;
-  CodedInputStream in_;
+  const uint8_t* const bytes_;
+  const uint8_t* const end_;
+  const uint8_t* at_;         // where the reading is
+  const uint8_t* limit_;      // where the message being read ends
+  int depth_left_;            // nesting left to give
+  bool ended_whole_ = false;  // the last message read ended at its limit
   int field_start_ = 0;
   Found stop_;   // where the parse stopped
   Found reach_;  // the first length that reached too far
@@ -525,17 +569,17 @@ bool read_field(Reader& r, req::Request& m, uint32_t key) {
 template <class M>
 bool Reader::merge(M& message) {
   for (;;) {
-    // The message's last byte read: its end, found without the stream's
-    // slower tag read, which would find the same.
-    if (in_.ExpectAtEnd()) return true;
-    field_start_ = in_.CurrentPosition();
-    const uint32_t key = in_.ReadTagNoLastTag();
+    if (at_ == limit_) {
+      ended_whole_ = true;
+      return true;
+    }
+    field_start_ = position();
+    const uint32_t key = read_key();
     if (key == 0) {
-      // The end of the message's bytes, or a tag that is 0, cut short or too
-      // long: the message ends either way, and the caller's limit test tells
-      // the two apart.
-      if (!in_.ConsumedEntireMessage())
-        record(stop_, varint_fault(field_start_, Fault::kZeroTag));
+      // A tag that is 0, cut short or too long: the message ends either way,
+      // and the caller's test of ended_whole_ tells it from a whole one.
+      ended_whole_ = false;
+      record(stop_, varint_fault(field_start_, Fault::kZeroTag));
       return true;
     }
     if (!read_field(*this, message, key)) return false;
@@ -570,34 +614,35 @@ bool Reader::skip_field(uint32_t key, CodedOutputStream& unknown) {
   switch (WireFormatLite::GetTagWireType(key)) {
     case WireFormatLite::WIRETYPE_VARINT: {
       uint64_t value;
-      if (!in_.ReadVarint64(&value)) return false;
+      if (!read_varint(value)) return false;
       unknown.WriteVarint32(key);
       unknown.WriteVarint64(value);
       return true;
     }
     case WireFormatLite::WIRETYPE_FIXED64: {
       uint64_t value;
-      if (!in_.ReadLittleEndian64(&value)) return false;
+      if (!read_little_endian(value)) return false;
       unknown.WriteVarint32(key);
       unknown.WriteLittleEndian64(value);
       return true;
     }
     case WireFormatLite::WIRETYPE_LENGTH_DELIMITED: {
-      uint32_t length;
-      if (!in_.ReadVarint32(&length)) return false;
+      uint64_t read;
+      if (!read_varint(read)) return false;
+      const uint32_t length = static_cast<uint32_t>(read);
       unknown.WriteVarint32(key);
       unknown.WriteVarint32(length);
-      std::string value;
-      if (!in_.ReadString(&value, static_cast<int>(length))) return false;
-      unknown.WriteString(value);
+      if (static_cast<int32_t>(length) < 0 || length > left()) return false;
+      unknown.WriteRaw(at_, static_cast<int>(length));
+      at_ += length;
       return true;
     }
     case WireFormatLite::WIRETYPE_START_GROUP:
       unknown.WriteVarint32(key);
-      return in_.IncrementRecursionDepth() && skip_group(key, unknown);
+      return --depth_left_ >= 0 && skip_group(key, unknown);
     case WireFormatLite::WIRETYPE_FIXED32: {
       uint32_t value;
-      if (!in_.ReadLittleEndian32(&value)) return false;
+      if (!read_little_endian(value)) return false;
       unknown.WriteVarint32(key);
       unknown.WriteLittleEndian32(value);
       return true;
@@ -611,12 +656,12 @@ bool Reader::skip_field(uint32_t key, CodedOutputStream& unknown) {
 // of the message or a tag of 0 leaves it open.
 bool Reader::skip_group(uint32_t key, CodedOutputStream& unknown) {
   for (;;) {
-    const uint32_t inner = in_.ReadTag();
+    const uint32_t inner = read_key();
     if (inner == 0) return false;
     if (WireFormatLite::GetTagWireType(inner) ==
         WireFormatLite::WIRETYPE_END_GROUP) {
       unknown.WriteVarint32(inner);
-      in_.DecrementRecursionDepth();
+      ++depth_left_;
       return inner == key + 1;
     }
     if (!skip_field(inner, unknown)) return false;

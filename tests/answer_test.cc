@@ -134,8 +134,8 @@ std::vector<Answer> answers() {
        "reaches past at 2"},
       {hex("08 00 12 ff ff ff ff 0f 10 01 22 02 10 46"), "no record",
        "stops at 2", "08 00 12 00"},
-      {hex("08 00 12 17 10 01 22 13 10 32 42 0f 0a 07") + "kx.info" +
-           hex("12 ff ff ff ff 0f"),
+      {hex("08 00 12 1d 10 01 22 19 10 32 42 15 0a 07") + "kx.info" +
+           hex("12 ff ff ff ff 0f") + "sc=101",
        "code 1", "stops at 21"},
       // Nesting: 100 levels are followed, the 101st stops the parse; a
       // per-hash result is two messages deep, with 98 levels left in it.
