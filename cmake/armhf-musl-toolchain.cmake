@@ -101,7 +101,8 @@ done
 # compiler as a firmware's is; the runtime itself is built with c++-bare.
 # The wrappers are named as a cross toolchain's programs are, the target
 # first, so that a build given only CC and CXX (the firmware recipe's) finds
-# the binary tools beside them, as CMake looks for them.
+# the binary tools beside them: under the names CMake looks for first with a
+# clang, llvm-ar and the like, before any the build machine has.
 set(tool ${scripts}/${LINKWARD_TARGET_TRIPLE}-)
 write_if_changed(${tool}cc "${zig}exec \"$zig\" cc $target \"$@\" $link\n")
 foreach(wrapper c++ c++-bare)
@@ -114,11 +115,11 @@ exec \"$zig\" c++ $target \"$@\" $link
 ")
 endforeach()
 foreach(binary ar ranlib)
-  write_if_changed(${tool}${binary} "#!/bin/sh\nexec '${LINKWARD_ZIG}' ${binary} \"$@\"\n")
+  write_if_changed(${tool}llvm-${binary} "#!/bin/sh\nexec '${LINKWARD_ZIG}' ${binary} \"$@\"\n")
 endforeach()
 # zig has no nm or strip; GNU's for armhf read any ARM ELF file.
 foreach(binary nm strip)
-  write_if_changed(${tool}${binary} "#!/bin/sh\nexec arm-linux-gnueabihf-${binary} \"$@\"\n")
+  write_if_changed(${tool}llvm-${binary} "#!/bin/sh\nexec arm-linux-gnueabihf-${binary} \"$@\"\n")
 endforeach()
 
 set(CMAKE_C_COMPILER ${tool}cc)
@@ -130,13 +131,13 @@ endif()
 # zig's archiver also for link-time optimised objects, which CMake would hand
 # to the host's older llvm-ar, so finding no link-time optimisation.
 foreach(lang C CXX)
-  set(CMAKE_${lang}_COMPILER_AR ${tool}ar CACHE FILEPATH "")
-  set(CMAKE_${lang}_COMPILER_RANLIB ${tool}ranlib CACHE FILEPATH "")
+  set(CMAKE_${lang}_COMPILER_AR ${tool}llvm-ar CACHE FILEPATH "")
+  set(CMAKE_${lang}_COMPILER_RANLIB ${tool}llvm-ranlib CACHE FILEPATH "")
 endforeach()
-set(CMAKE_AR ${tool}ar CACHE FILEPATH "")
-set(CMAKE_RANLIB ${tool}ranlib CACHE FILEPATH "")
-set(CMAKE_NM ${tool}nm CACHE FILEPATH "")
-set(CMAKE_STRIP ${tool}strip CACHE FILEPATH "")
+set(CMAKE_AR ${tool}llvm-ar CACHE FILEPATH "")
+set(CMAKE_RANLIB ${tool}llvm-ranlib CACHE FILEPATH "")
+set(CMAKE_NM ${tool}llvm-nm CACHE FILEPATH "")
+set(CMAKE_STRIP ${tool}llvm-strip CACHE FILEPATH "")
 
 # zig defines NDEBUG itself from -O1 on; builds that want it say so.
 set(CMAKE_C_FLAGS_INIT -UNDEBUG)

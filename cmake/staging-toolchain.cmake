@@ -14,7 +14,10 @@
 set(CMAKE_SYSTEM_NAME Linux)
 
 # The staging area is read from the environment on the first configure and
-# kept in the cache, for the configures that follow a change in the project.
+# kept in the cache, for the configures that follow a change in the project;
+# the test projects CMake builds on the way get it, and the processor, from
+# here.
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES STAGING STAGING_PROCESSOR)
 if(NOT STAGING)
   set(STAGING "$ENV{STAGING}" CACHE PATH "The firmware's staging area")
 endif()

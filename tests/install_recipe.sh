@@ -20,11 +20,12 @@ recipe=$(awk '/^```/ { if (inside && index(block, "DESTDIR=$STAGING")) { n++; ke
   END { printf "%s", kept; exit (n != 1) }' "$README") ||
   fail "README.md must hold exactly one block that installs into \$STAGING"
 
-# The source tree as a user has it: its files, without build folders.
+# The source tree as a user has it: the files git holds, as they are in the
+# working tree.
 rm -rf "$WORK"
 tree=$WORK/linkward
 mkdir -p "$tree"
-git -C "$SOURCE" ls-files -z --cached --others --exclude-standard |
+git -C "$SOURCE" ls-files -z |
   tar -C "$SOURCE" --null -T - --ignore-failed-read -cf - | tar -C "$tree" -xf -
 
 # A staging area as firmware build systems lay it out, with the lite runtime
@@ -41,13 +42,21 @@ sed 's|^libdir=.*|libdir=${prefix}/lib|' "$libdir/pkgconfig/protobuf-lite.pc" \
 export CMAKE_TOOLCHAIN_FILE=$tree/cmake/staging-toolchain.cmake CC CXX
 (cd "$tree" && sh -eux -c "$recipe")
 
-# The recipe's folder is for its target alone: configured again for
-# another, it is refused, where CMake would keep the first without a word.
-for other in "env -u CMAKE_TOOLCHAIN_FILE" "env CC=another-cc"; do
-  (cd "$tree" && $other cmake -S . -B build-firmware 2>&1 || true) | tr -s " \n" " " |
+# What firmware ships is link-time optimised.
+grep -q -e '-flto' "$tree/build-firmware/build.ninja" || fail "the recipe's build is not link-time optimised"
+
+# The recipe's folder is for its target alone: asked for another, a
+# configure is refused, where CMake would keep the first without a word;
+# asked for nothing, as when ninja configures again after a change to the
+# build files, it goes on with its own.
+for other in "CMAKE_TOOLCHAIN_FILE=$tree/cmake/armhf-toolchain.cmake" "CC=another-cc"; do
+  (cd "$tree" && env "$other" cmake -S . -B build-firmware 2>&1 || true) | tr -s " \n" " " |
     grep "was configured with" >/dev/null ||
     fail "build-firmware configured again with $other is not refused"
 done
+touch "$tree/CMakeLists.txt"
+env -u STAGING -u CC -u CXX -u CMAKE_TOOLCHAIN_FILE cmake --build "$tree/build-firmware" >/dev/null ||
+  fail "build-firmware does not configure again on its own"
 
 # A device gets the library and its SONAME link, stripped.
 library=$(basename "$(find "$STAGING" -name 'liblinkward.so.*.*')")
