@@ -100,7 +100,7 @@ check(3 "stdin: not JSON: parse error at line 2" [[linkward encode --as answer <
 check(3 "stdin: results[0].levle is not a field of linkward.info.resp.Result"
   [[linkward encode --as answer <<< '{"results": [{"levle": 1}]}']])
 # Bytes quoted in an error line, a name's or the input's, are escaped.
-check(3 [[cannot read bad\x1bname\xff: No such]] [[linkward verdict $'bad\x1bname\xff']])
+check(3 [[cannot read bad\\dir\x1b\xff: No such]] [[linkward verdict $'bad\\dir\x1b\xff']])
 check(3 [[last read: '\xff']] [[linkward encode --as answer <<< $'\xff']])
 
 # What -o writes to, and a file too large for the library.

@@ -30,16 +30,16 @@ int hex_digit(char c) {
 // A group of hex digits as an error message quotes it: escaped and short.
 std::string quoted_group(const std::string& group) {
   constexpr size_t kShown = 16;
-  if (group.size() <= kShown) return "'" + escaped(group) + "'";
-  return "'" + escaped(group.substr(0, kShown)) + "...'";
+  if (group.size() <= kShown) return "'" + group + "'";
+  return "'" + group.substr(0, kShown) + "...'";
 }
 
 void append_group(std::string& bytes, const std::string& group, size_t offset,
                   const std::string& source, ExitStatus status) {
   for (size_t i = 0; i < group.size(); ++i) {
     if (hex_digit(group[i]) >= 0) continue;
-    std::string why = source + ": '" + escaped(group.substr(i, 1)) +
-                      "' at offset " + std::to_string(offset + i) + " (in " +
+    std::string why = source + ": '" + group.substr(i, 1) + "' at offset " +
+                      std::to_string(offset + i) + " (in " +
                       quoted_group(group) + ") is not a hex digit";
     if (i == 1 && (group[1] == 'x' || group[1] == 'X') && group[0] == '0')
       why += "; write the bytes without 0x";
@@ -119,8 +119,7 @@ void sync_folder(const std::string& path, const std::string& folder) {
   const std::string why = reason();
   if (fd >= 0) close(fd);
   if (!synced)
-    throw Failure(kFailed, path + " was written, but its folder '" +
-                               escaped(folder) +
+    throw Failure(kFailed, path + " was written, but its folder '" + folder +
                                "' could not be flushed to disk: " + why);
 }
 
@@ -135,7 +134,7 @@ void replace(const std::string& path, const std::string& bytes,
   const int fd = mkstemp(temp.data());
   // The file itself may well be writable: the new one is made beside it.
   if (fd < 0 && (errno == EACCES || errno == EPERM))
-    throw cannot_write(path, "the folder '" + escaped(folder) +
+    throw cannot_write(path, "the folder '" + folder +
                                  "' does not let a file be made in it (" +
                                  reason() + ")");
   if (fd < 0) throw cannot_write(path, reason());
@@ -249,26 +248,31 @@ std::string hex_line(const std::string& bytes) {
 
 namespace {
 
-// A control byte, or one outside ASCII, as C writes it in a string literal;
-// false for a printable byte, which is left to the caller.
-bool append_unprintable(std::string& text, char c) {
+// A backslash, a control byte or one outside ASCII as C writes it in a
+// string literal; any other byte as it is.
+void append_escaped(std::string& text, char c) {
   switch (c) {
+    case '\\':
+      text += "\\\\";
+      break;
     case '\n':
       text += "\\n";
-      return true;
+      break;
     case '\r':
       text += "\\r";
-      return true;
+      break;
     case '\t':
       text += "\\t";
-      return true;
+      break;
     default:
-      if (c >= 0x20 && c < 0x7f) return false;
-      char code[5];
-      std::snprintf(code, sizeof code, "\\x%02x",
-                    static_cast<unsigned char>(c));
-      text += code;
-      return true;
+      if (c >= 0x20 && c < 0x7f) {
+        text += c;
+      } else {
+        char code[5];
+        std::snprintf(code, sizeof code, "\\x%02x",
+                      static_cast<unsigned char>(c));
+        text += code;
+      }
   }
 }
 
@@ -277,18 +281,17 @@ bool append_unprintable(std::string& text, char c) {
 std::string escaped(const std::string& bytes) {
   std::string text;
   for (char c : bytes) {
-    if (c == '"' || c == '\\')
-      text += {'\\', c};
-    else if (!append_unprintable(text, c))
-      text += c;
+    if (c == '"')
+      text += "\\\"";
+    else
+      append_escaped(text, c);
   }
   return text;
 }
 
 std::string printable(const std::string& line) {
   std::string text;
-  for (char c : line)
-    if (!append_unprintable(text, c)) text += c;
+  for (char c : line) append_escaped(text, c);
   return text;
 }
 

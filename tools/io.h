@@ -47,9 +47,10 @@ std::string hex_line(const std::string& bytes);
 // every other byte as \xNN.
 std::string escaped(const std::string& bytes);
 
-// A line for stderr: control bytes and those outside ASCII escaped as
-// escaped() writes them, the rest as it is, so that a name or value quoted
-// in it never reaches the terminal raw.
+// An error line as it is printed: a backslash, control bytes and those
+// outside ASCII escaped as escaped() writes them, the rest as it is, so that
+// a name or value quoted in it never reaches the terminal raw. The one
+// escaping of error lines: their parts are put in as they are.
 std::string printable(const std::string& line);
 
 // Throws Failure(kUsage) when -o's `output` is `input` ("-" for stdin), the

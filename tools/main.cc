@@ -67,7 +67,7 @@ CLI::Option* add_number(CLI::App* sub, const std::string& name, Number& value,
         const char* end = text.data() + text.size();
         const auto [stop, error] = std::from_chars(text.data(), end, number);
         if (error == std::errc::invalid_argument || stop != end)
-          return "'" + escaped(text) + "' is not a whole number";
+          return "'" + text + "' is not a whole number";
         if (error != std::errc() || number < least || number > most)
           return text + " is outside " + std::to_string(least) + " to " +
                  std::to_string(most);
@@ -230,7 +230,7 @@ void add_answer(CLI::App& app, AnswerArgs& a) {
 std::pair<std::string, std::string> split_pair(const std::string& text) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos)
-    throw Failure(kUsage, "--value '" + escaped(text) + "' is not KEY=VALUE");
+    throw Failure(kUsage, "--value '" + text + "' is not KEY=VALUE");
   return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
