@@ -11,6 +11,10 @@
 # LINKWARD_PROTOBUF_LEAST, where that is set), LINKWARD_PROTOBUF_PROBLEM to
 # what is wrong; the caller decides what to do about it.
 set(LINKWARD_PROTOBUF_SERIES 3.21)
+# The series after it, the first not taken: 3.22.
+string(REGEX MATCH "^([0-9]+)\\.([0-9]+)$" linkward_series ${LINKWARD_PROTOBUF_SERIES})
+math(EXPR linkward_next_minor "${CMAKE_MATCH_2} + 1")
+set(LINKWARD_PROTOBUF_NEXT_SERIES ${CMAKE_MATCH_1}.${linkward_next_minor})
 set(LINKWARD_PROTOBUF_PROBLEM "")
 
 find_path(LINKWARD_PROTOBUF_INCLUDE_DIR google/protobuf/message_lite.h
@@ -19,7 +23,7 @@ find_library(LINKWARD_PROTOBUF_LITE_LIBRARY protobuf-lite
   DOC "The protobuf lite runtime library")
 
 set(LINKWARD_PROTOBUF_VERSION "")
-if(LINKWARD_PROTOBUF_INCLUDE_DIR)
+if(EXISTS ${LINKWARD_PROTOBUF_INCLUDE_DIR}/google/protobuf/stubs/common.h)
   # 3021012 is 3.21.12.
   file(STRINGS ${LINKWARD_PROTOBUF_INCLUDE_DIR}/google/protobuf/stubs/common.h
     linkward_version_line REGEX "^#define GOOGLE_PROTOBUF_VERSION [0-9]+$")

@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
-#include <tuple>
 
 #include "add_element.h"
 #include "kx_request.pb.h"
