@@ -100,9 +100,10 @@ done
 # c++ links the shared C++ runtime into every C++ binary, a whole cross
 # compiler as a firmware's is; the runtime itself is built with c++-bare.
 # The wrappers are named as a cross toolchain's programs are, the target
-# first, so that a build given only CC and CXX (the firmware recipe's) finds
-# the binary tools beside them: under the names CMake looks for first with a
-# clang, llvm-ar and the like, before any the build machine has.
+# first, so that CMake finds the binary tools beside the compilers, as it
+# does when only CC and CXX name them (the firmware recipe): under the names
+# it looks for first with a clang, llvm-ar and the like, before the build
+# machine's (whose older llvm-ar would find no link-time optimisation).
 set(tool ${scripts}/${LINKWARD_TARGET_TRIPLE}-)
 write_if_changed(${tool}cc "${zig}exec \"$zig\" cc $target \"$@\" $link\n")
 foreach(wrapper c++ c++-bare)
@@ -128,16 +129,6 @@ if(LINKWARD_BUILDING_CXX_RUNTIME)
 else()
   set(CMAKE_CXX_COMPILER ${tool}c++)
 endif()
-# zig's archiver also for link-time optimised objects, which CMake would hand
-# to the host's older llvm-ar, so finding no link-time optimisation.
-foreach(lang C CXX)
-  set(CMAKE_${lang}_COMPILER_AR ${tool}llvm-ar CACHE FILEPATH "")
-  set(CMAKE_${lang}_COMPILER_RANLIB ${tool}llvm-ranlib CACHE FILEPATH "")
-endforeach()
-set(CMAKE_AR ${tool}llvm-ar CACHE FILEPATH "")
-set(CMAKE_RANLIB ${tool}llvm-ranlib CACHE FILEPATH "")
-set(CMAKE_NM ${tool}llvm-nm CACHE FILEPATH "")
-set(CMAKE_STRIP ${tool}llvm-strip CACHE FILEPATH "")
 
 # zig defines NDEBUG itself from -O1 on; builds that want it say so.
 set(CMAKE_C_FLAGS_INIT -UNDEBUG)
