@@ -1,9 +1,8 @@
 # Message classes are generated from proto/ at build time and never committed.
 #
 # Between protoc and the compiler one step gives every class the library's
-# parse in place of the one protoc writes (UseStreamMerge.cmake). Each schema
-# file is given the number of message classes it declares, and the step fails
-# the build unless it finds exactly that many parsers.
+# parse in place of the one protoc writes, and writes what the build needs of
+# each field, from the schema itself (schema_codegen.py).
 
 # protoc runs on the build machine, so it is never looked for in a cross
 # build's sysroot or staging area; it must be of the runtime's series
@@ -27,28 +26,41 @@ if(NOT TARGET linkward::protoc)
     IMPORTED_LOCATION ${LINKWARD_PROTOC})
 endif()
 
-set(LINKWARD_GENERATED_DIR ${PROJECT_BINARY_DIR}/generated)
-set(LINKWARD_PARSE_PATCH ${CMAKE_CURRENT_LIST_DIR}/UseStreamMerge.cmake)
+# python3 runs on the build machine too, its standard library alone.
+find_package(Python3 3.7 REQUIRED COMPONENTS Interpreter)
 
-# linkward_generate_messages(<out-var> <proto> <messages> [<proto> <messages>]...)
+set(LINKWARD_GENERATED_DIR ${PROJECT_BINARY_DIR}/generated)
+set(LINKWARD_SCHEMA_CODEGEN ${CMAKE_CURRENT_LIST_DIR}/schema_codegen.py)
+
+# linkward_generate_messages(<out-var> <proto>...)
+# protoc writes the message classes and the schema's descriptors; from the
+# descriptors schema_codegen.py writes each class's field-by-field dispatch
+# for the library's parse (message_fields.inc) and the schema as data for the
+# tool and the fuzz oracle (schema_tables.h), and hands each class's parser
+# over to the library's parse. <out-var> gets the classes' sources.
 function(linkward_generate_messages out_var)
+  set(protoc_out ${LINKWARD_GENERATED_DIR}/protoc)
+  set(descriptors ${protoc_out}/schema.desc)
   set(sources)
-  file(MAKE_DIRECTORY ${LINKWARD_GENERATED_DIR})
-  while(ARGN)
-    list(POP_FRONT ARGN proto messages)
-    get_filename_component(name ${proto} NAME_WE)
+  set(protos)
+  foreach(proto IN LISTS ARGN)
     get_filename_component(proto_path ${proto} ABSOLUTE)
     get_filename_component(proto_dir ${proto_path} DIRECTORY)
-    set(cc ${LINKWARD_GENERATED_DIR}/${name}.pb.cc)
-    set(h ${LINKWARD_GENERATED_DIR}/${name}.pb.h)
-    add_custom_command(
-      OUTPUT ${cc} ${h}
-      COMMAND linkward::protoc -I${proto_dir} --cpp_out=${LINKWARD_GENERATED_DIR} ${proto_path}
-      COMMAND ${CMAKE_COMMAND} -DFILE=${cc} -DMESSAGES=${messages} -P ${LINKWARD_PARSE_PATCH}
-      DEPENDS ${proto_path} ${LINKWARD_PARSE_PATCH} linkward::protoc
-      COMMENT "Generating message classes from ${name}.proto"
-      VERBATIM)
-    list(APPEND sources ${cc} ${h})
-  endwhile()
+    get_filename_component(name ${proto} NAME_WE)
+    list(APPEND protos ${proto_path})
+    list(APPEND sources ${LINKWARD_GENERATED_DIR}/${name}.pb.cc
+      ${LINKWARD_GENERATED_DIR}/${name}.pb.h)
+  endforeach()
+  file(MAKE_DIRECTORY ${protoc_out})
+  add_custom_command(
+    OUTPUT ${sources} ${LINKWARD_GENERATED_DIR}/message_fields.inc
+      ${LINKWARD_GENERATED_DIR}/schema_tables.h
+    COMMAND linkward::protoc -I${proto_dir} --cpp_out=${protoc_out}
+      --descriptor_set_out=${descriptors} --include_imports ${protos}
+    COMMAND Python3::Interpreter ${LINKWARD_SCHEMA_CODEGEN} ${descriptors}
+      ${protoc_out} ${LINKWARD_GENERATED_DIR}
+    DEPENDS ${protos} ${LINKWARD_SCHEMA_CODEGEN} linkward::protoc
+    COMMENT "Generating the message classes and their parse from proto/"
+    VERBATIM)
   set(${out_var} ${sources} PARENT_SCOPE)
 endfunction()

@@ -1,7 +1,7 @@
 // The answer: the service's bytes parsed, its error code and results looked
 // at, and the first per-hash result handed to the classifier.
 
-#include "answer_parse.h"
+#include "message_parse.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
 

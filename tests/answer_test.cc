@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "answer_parse.h"
+#include "message_parse.h"
 #include "kx_response.pb.h"
 #include "wire.h"
 

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "answer_parse.h"
+#include "message_parse.h"
 
 namespace tool {
 

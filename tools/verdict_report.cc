@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "answer_parse.h"
+#include "message_parse.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
 #include "message_tree.h"

@@ -5,8 +5,8 @@
 // records that were read, a nested message never reads past the one that
 // holds it, a tag may take up to ten bytes. The answer is why it exists; the
 // query's classes parse the same way, since a caller may parse those too.
-#ifndef LINKWARD_ANSWER_PARSE_H
-#define LINKWARD_ANSWER_PARSE_H
+#ifndef LINKWARD_MESSAGE_PARSE_H
+#define LINKWARD_MESSAGE_PARSE_H
 
 #include <google/protobuf/parse_context.h>
 
