@@ -1,75 +1,48 @@
-// Any bytes into each of the 14 message classes, through each way in, held
-// against a stream merge written here from proto/ alone: the class leaves the
-// tree it leaves (both serialised) and succeeds exactly where it says.
+// Any bytes into every message class, through each way in, held against a
+// stream merge written here, which takes the schema's fields from the tables
+// the build writes from proto/: the class leaves the tree it leaves (both
+// serialised) and succeeds exactly where it says.
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/stubs/logging.h>
 
 #include <cstdint>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "kx_request.pb.h"
 #include "kx_response.pb.h"
+#include "schema_tables.h"
 #include "wire.h"
 
 namespace {
 
-enum Kind { kInt32, kBool, kEnum, kBytes, kMessage };
-struct Field {
-  int number;
-  Kind kind;
-  bool repeated;
-  int type;          // a message's index in kTypes, or an enumeration's
-  int64_t fallback;  // the value a number holds while absent
-};
-Field one(int n, Kind k, int type = 0, int64_t fallback = 0) {
-  return {n, k, false, type, fallback};
-}
-Field many(int n, Kind k, int type = 0) { return {n, k, true, type, 0}; }
+using linkward::schema::Field;
+using linkward::schema::kEnums;
+using linkward::schema::Kind;
+using linkward::schema::kMessages;
 
-enum { kPair, kLeak, kScan, kMD5, kKeyword, kURL, kIframe, kRefer, kIm };
-enum { kEntity = kIm + 1, kRequest, kMD5Result, kResult, kResponse };
-const std::vector<std::set<int64_t>> kEnums = {
-    {0, 1},  // CacheType
-    {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 20},
-    {0, 1, 2, 3, 4},  // MD5
-    {0, 1, 2},
-    {0, 1, 2, 255},  // URL
-    {0, 1, 2, 3, 4, 5},
-    {0, 1, 2, 3, 4},  // Request
-    {0, 1, 2},
-    {0, 1, 2, 3, 4, 5, 6}};  // Result, Response
-const std::vector<std::vector<Field>> kTypes = {
-    {one(1, kBytes), one(2, kBytes)},
-    {one(1, kInt32), one(2, kInt32), one(3, kInt32), one(4, kInt32),
-     one(5, kBool), one(6, kBool)},
-    {one(1, kMessage, kLeak), one(9, kBytes), one(10, kBool)},
-    {one(1, kEnum, 1), one(2, kBytes), one(3, kEnum, 2), one(4, kBool)},
-    {one(1, kInt32), one(2, kBytes), many(3, kBytes), many(4, kMessage, kPair)},
-    {one(1, kBytes), one(2, kEnum, 4), one(3, kEnum, 3), one(4, kBytes),
-     many(5, kMessage, kMD5), one(6, kBytes), many(7, kMessage, kPair),
-     one(8, kBytes), one(9, kBytes), one(10, kBytes), one(11, kBytes),
-     one(20, kBytes)},
-    {one(1, kMessage, kURL), one(2, kInt32)},
-    {one(1, kMessage, kURL), one(2, kInt32), one(3, kInt32), one(4, kInt32),
-     many(5, kMessage, kIframe)},
-    {one(1, kInt32), one(2, kInt32), one(3, kBytes), one(4, kMessage, kMD5)},
-    {one(1, kInt32), one(2, kMessage, kURL), many(4, kMessage, kRefer),
-     one(5, kBytes), many(6, kMessage, kIframe), many(7, kMessage, kIm)},
-    {many(1, kMessage, kEntity), many(2, kMessage, kKeyword), one(3, kEnum, 6),
-     one(4, kInt32), one(5, kBytes), one(6, kBytes), one(7, kBytes),
-     one(8, kBytes), one(9, kBytes), one(10, kBytes), one(11, kBytes),
-     one(12, kBytes), one(13, kBytes), one(14, kEnum, 5),
-     many(15, kMessage, kPair), one(16, kBytes), one(17, kBytes)},
-    {one(1, kBytes), one(2, kInt32), one(3, kInt32), one(4, kInt32),
-     one(5, kInt32), one(6, kEnum, 0), one(7, kInt32, 0, 120),
-     many(8, kMessage, kPair), one(9, kMessage, kScan)},
-    {one(1, kEnum, 7), one(2, kInt32), one(3, kMessage, kMD5Result),
-     many(4, kMessage, kMD5Result), many(5, kMessage, kPair)},
-    {one(1, kEnum, 8), many(2, kMessage, kResult), many(3, kMessage, kPair)}};
+bool length_delimited(const Field& f) {
+  return f.kind == Kind::kString || f.kind == Kind::kBytes ||
+         f.kind == Kind::kMessage;
+}
+
+int wire_type(const Field& f) { return length_delimited(f) ? 2 : 0; }
+
+const Field* numbered(int type, int number) {
+  const linkward::schema::Message& m = kMessages[type];
+  for (const Field* f = m.fields; f != m.fields + m.count; ++f)
+    if (f->number == number) return f;
+  return nullptr;
+}
+
+bool in_enumeration(int type, int32_t value) {
+  const linkward::schema::Enum& e = kEnums[type];
+  for (int i = 0; i < e.count; ++i)
+    if (e.values[i].number == value) return true;
+  return false;
+}
 
 struct Node;
 struct Value {
@@ -82,8 +55,6 @@ struct Node {
   std::string unknown;
 };
 
-int wire_type(const Field& f) { return f.kind >= kBytes ? 2 : 0; }
-
 void put(std::string& out, uint64_t v) {
   for (; v > 127; v >>= 7) out += static_cast<char>((v & 127) | 128);
   out += static_cast<char>(v);
@@ -92,17 +63,15 @@ void put(std::string& out, uint64_t v) {
 std::string encode(const Node& node, int type) {
   std::string out;
   for (const auto& [number, values] : node.fields) {
-    Field f{};
-    for (const Field& g : kTypes[type])
-      if (g.number == number) f = g;
+    const Field& f = *numbered(type, number);
     for (const Value& v : values) {
       put(out, number << 3 | wire_type(f));
-      if (f.kind == kBool) put(out, v.number != 0);
-      if (f.kind == kInt32 || f.kind == kEnum)
+      if (f.kind == Kind::kBool) put(out, v.number != 0);
+      if (f.kind == Kind::kInt32 || f.kind == Kind::kEnum)
         put(out, static_cast<uint64_t>(static_cast<int32_t>(v.number)));
       const std::string payload =
-          f.kind == kMessage ? encode(v.message[0], f.type) : v.bytes;
-      if (f.kind >= kBytes) out += delimited(payload);
+          f.kind == Kind::kMessage ? encode(v.message[0], f.type) : v.bytes;
+      if (length_delimited(f)) out += delimited(payload);
     }
   }
   return out + node.unknown;
@@ -129,11 +98,9 @@ struct Decoder {
     while (at < end) {
       uint64_t tag;
       if (!varint(end, tag) || static_cast<uint32_t>(tag) == 0) return kZeroTag;
-      const Field* f = nullptr;
-      for (const Field& g : kTypes[type])
-        if (g.number == static_cast<int>(static_cast<uint32_t>(tag) >> 3) &&
-            wire_type(g) == static_cast<int>(tag & 7))
-          f = &g;
+      const Field* f =
+          numbered(type, static_cast<int>(static_cast<uint32_t>(tag) >> 3));
+      if (f && wire_type(*f) != static_cast<int>(tag & 7)) f = nullptr;
       if (!(f ? read(node, *f, end, depth)
               : skip(node.unknown, static_cast<uint32_t>(tag), end, depth)))
         return kFault;
@@ -144,9 +111,9 @@ struct Decoder {
   bool read(Node& node, const Field& f, size_t end, int depth) {
     std::vector<Value>& values = node.fields[f.number];
     uint64_t v;
-    if (f.kind == kEnum) {
+    if (f.kind == Kind::kEnum) {
       if (!varint(end, v)) return false;
-      if (!kEnums[f.type].count(static_cast<int32_t>(v))) {
+      if (!in_enumeration(f.type, static_cast<int32_t>(v))) {
         put(node.unknown, f.number << 3);
         put(node.unknown, static_cast<uint32_t>(v));
       } else {
@@ -155,10 +122,11 @@ struct Decoder {
       return true;
     }
     if (f.repeated || values.empty())
-      values.push_back(Value{static_cast<uint64_t>(f.fallback), {}, {}});
+      values.push_back(Value{static_cast<uint64_t>(f.default_value), {}, {}});
     Value& value = values.back();
-    if (f.kind <= kBool) return varint(end, v) && (value.number = v, true);
-    if (f.kind == kBytes) {
+    if (f.kind == Kind::kInt32 || f.kind == Kind::kBool)
+      return varint(end, v) && (value.number = v, true);
+    if (f.kind != Kind::kMessage) {
       if (!varint(end, v) || static_cast<int32_t>(v) < 0) return false;
       const size_t length = static_cast<uint32_t>(v);
       value.bytes = in.substr(at, std::min(length, end - at));
@@ -250,23 +218,14 @@ void hold(const std::string& in, int type) {
           "a merge onto a filled message");
 }
 
-// The classes in the order of kTypes.
-template <class... M>
-void hold_each(const std::string& in) {
-  int type = 0;
-  (hold<M>(in, type++), ...);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  namespace info = linkward::info;
   const google::protobuf::LogSilencer quiet;  // missing required fields
-  hold_each<info::StringPair, info::LeakCount, info::WebScanResult,
-            info::req::MD5, info::req::Keyword, info::req::URL,
-            info::req::Iframe, info::req::Refer, info::req::ImInfo,
-            info::req::URLEntity, info::req::Request, info::resp::MD5Result,
-            info::resp::Result, info::resp::Response>(
-      std::string(reinterpret_cast<const char*>(data), size));
+  const std::string in(reinterpret_cast<const char*>(data), size);
+  int type = 0;  // the classes come in the order of kMessages
+#define LINKWARD_HOLD(M) hold<M>(in, type++);
+  LINKWARD_FOR_EACH_MESSAGE(LINKWARD_HOLD)
+#undef LINKWARD_HOLD
   return 0;
 }
