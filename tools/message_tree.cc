@@ -1,31 +1,29 @@
 // The lite runtime has no text format, no JSON and no reflection, so a
-// message is shown, and read back from JSON, through the generated
-// accessors: one table a message, one entry a field, in field-number order.
-// Unknown fields are kept by the classes as raw wire bytes; they are split
-// into their records, shown as hex, and written back as they came.
+// message is shown, and read back from JSON, through the schema's tables
+// that the build writes from proto/ (schema_tables.h): the bytes the library
+// kept of a message are decoded field by field, and JSON is written back as
+// the runtime writes a message. Unknown fields, which the classes keep as
+// raw wire bytes, are split into their records, shown as hex with their
+// numbers, and written back as they came.
 #include "message_tree.h"
 
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/wire_format_lite.h>
 
-#include <algorithm>
-#include <functional>
 #include <limits>
-#include <type_traits>
 #include <vector>
 
 #include "io.h"
 #include "kx_request.pb.h"
 #include "kx_response.pb.h"
+#include "schema_tables.h"
 
 namespace tool {
 namespace {
 
-namespace info = linkward::info;
-namespace req = linkward::info::req;
-namespace resp = linkward::info::resp;
-using google::protobuf::MessageLite;
-using google::protobuf::RepeatedPtrField;
+namespace schema = linkward::schema;
+using google::protobuf::internal::WireFormatLite;
+using google::protobuf::io::CodedInputStream;
 
 // One shown value: as JSON holds it, and as the text tree writes it.
 struct Leaf {
@@ -118,42 +116,146 @@ std::string member(const std::string& path, const std::string& name) {
   return path.empty() ? name : path + "." + name;
 }
 
-// ---------------------------------------------------------------------------
-// Values: shown, and read back
-
-// Each enumeration's name, names and values, as the generated code has them.
-#define ENUM(Type)                                            \
-  const std::string& label(Type v) { return Type##_Name(v); } \
-  bool known(Type, int v) { return Type##_IsValid(v); }       \
-  bool named(Type* v, const std::string& name) { return Type##_Parse(name, v); }
-ENUM(info::CacheType)
-ENUM(req::MD5_Type)
-ENUM(req::MD5_Src)
-ENUM(req::URL_Type)
-ENUM(req::URL_Charset)
-ENUM(req::Request_UseHttpReason)
-ENUM(req::Request_UserLayerVersion)
-ENUM(resp::Result_ErrorCode)
-ENUM(resp::Response_ErrorCode)
-#undef ENUM
-
-template <class T>
-constexpr bool kHeld =  // held by pointer: read into the field in place
-    std::is_base_of_v<MessageLite, T> || std::is_same_v<T, std::string>;
-
-Leaf leaf_of(int32_t value) { return {value, std::to_string(value)}; }
-Leaf leaf_of(bool value) { return {value, value ? "true" : "false"}; }
-Leaf leaf_of(const std::string& bytes) {
-  return {json_bytes(bytes), "\"" + escaped(bytes) + "\""};
+std::string element(const std::string& path, size_t i) {
+  return path + "[" + std::to_string(i) + "]";
 }
-template <class Enum, std::enable_if_t<std::is_enum_v<Enum>, int> = 0>
-Leaf leaf_of(Enum value) {
-  const std::string& name = label(value);
+
+// ---------------------------------------------------------------------------
+// The schema
+
+int message_index(const char* name) {
+  for (int i = 0; i < static_cast<int>(std::size(schema::kMessages)); ++i)
+    if (std::string(schema::kMessages[i].name) == name) return i;
+  throw Failure(kFailed, std::string("internal failure: no message ") + name);
+}
+
+const schema::Field* fields_end(const schema::Message& m) {
+  return m.fields + m.count;
+}
+
+const schema::Field* field_numbered(const schema::Message& m, uint32_t number) {
+  for (const schema::Field* f = m.fields; f != fields_end(m); ++f)
+    if (static_cast<uint32_t>(f->number) == number) return f;
+  return nullptr;
+}
+
+bool length_delimited(const schema::Field& f) {
+  return f.kind == schema::Kind::kString || f.kind == schema::Kind::kBytes ||
+         f.kind == schema::Kind::kMessage;
+}
+
+uint32_t key_of(const schema::Field& f) {
+  return WireFormatLite::MakeTag(
+      f.number, length_delimited(f) ? WireFormatLite::WIRETYPE_LENGTH_DELIMITED
+                                    : WireFormatLite::WIRETYPE_VARINT);
+}
+
+// The name of `number` in the field's enumeration; null outside it.
+const char* enum_name(const schema::Field& f, int32_t number) {
+  const schema::Enum& e = schema::kEnums[f.type];
+  for (const schema::EnumValue* v = e.values; v != e.values + e.count; ++v)
+    if (v->number == number) return v->name;
+  return nullptr;
+}
+
+// ---------------------------------------------------------------------------
+// Bytes to the tree
+
+Leaf number_leaf(const schema::Field& f, uint64_t varint) {
+  const auto value = static_cast<int32_t>(varint);
+  if (f.kind == schema::Kind::kBool)
+    return {varint != 0, varint != 0 ? "true" : "false"};
+  if (f.kind == schema::Kind::kInt32) return {value, std::to_string(value)};
+  const std::string name = enum_name(f, value);
   return {{{"name", name}, {"number", value}},
           name + " (" + std::to_string(value) + ")"};
 }
 
-int32_t value_of(const Json& j, const std::string& path, int32_t*) {
+struct Record {
+  uint32_t tag;
+  std::string bytes;  // the whole record, its tag included
+  bool whole;
+};
+
+// The records of a message's bytes, as the classes write them. Bytes that
+// are not a whole record end the list as one record of their own.
+std::vector<Record> records(const std::string& bytes) {
+  const auto size = static_cast<int>(bytes.size());
+  CodedInputStream in(reinterpret_cast<const uint8_t*>(bytes.data()), size);
+  std::vector<Record> found;
+  while (in.CurrentPosition() < size) {
+    const int start = in.CurrentPosition();
+    const uint32_t tag = in.ReadTag();
+    const bool whole = tag != 0 && WireFormatLite::SkipField(&in, tag);
+    const int end = whole ? in.CurrentPosition() : size;
+    found.push_back({tag, bytes.substr(start, end - start), whole});
+    if (!whole) break;
+  }
+  return found;
+}
+
+const char* wire_type_name(const Record& record) {
+  static const char* const kNames[] = {"varint",      "64-bit",    "bytes",
+                                       "group start", "group end", "32-bit"};
+  const uint32_t type = record.tag & 7;
+  if (!record.whole) return "cut short";
+  return type < 6 ? kNames[type] : "invalid";
+}
+
+void walk(const std::string& bytes, int type, Sink& sink);
+
+// Shows a record of the field `f`; false when it is not the field's value:
+// an enumeration value outside it, which the classes keep among the unknown
+// fields.
+bool show_field(const Record& record, const schema::Field& f, Sink& sink) {
+  CodedInputStream in(reinterpret_cast<const uint8_t*>(record.bytes.data()),
+                      static_cast<int>(record.bytes.size()));
+  in.ReadTag();
+  if (!length_delimited(f)) {
+    uint64_t value;
+    in.ReadVarint64(&value);
+    if (f.kind == schema::Kind::kEnum &&
+        enum_name(f, static_cast<int32_t>(value)) == nullptr)
+      return false;
+    sink.leaf(f.name, f.repeated, number_leaf(f, value));
+    return true;
+  }
+  std::string value;
+  WireFormatLite::ReadBytes(&in, &value);
+  if (f.kind != schema::Kind::kMessage) {
+    sink.leaf(f.name, f.repeated,
+              {json_bytes(value), "\"" + escaped(value) + "\""});
+    return true;
+  }
+  sink.open(f.name, f.repeated);
+  walk(value, f.type, sink);
+  sink.close();
+  return true;
+}
+
+// `bytes` are a message as the classes write it: its known fields, then the
+// records kept as unknown ones.
+void walk(const std::string& bytes, int type, Sink& sink) {
+  const schema::Message& m = schema::kMessages[type];
+  for (const Record& record : records(bytes)) {
+    const schema::Field* f = field_numbered(m, record.tag >> 3);
+    if (record.whole && f != nullptr && record.tag == key_of(*f) &&
+        show_field(record, *f, sink))
+      continue;
+    sink.unknown(record.tag >> 3, wire_type_name(record), record.bytes);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// JSON to bytes
+
+void put_varint(std::string& out, uint64_t value) {
+  for (; value > 127; value >>= 7)
+    out += static_cast<char>((value & 127) | 128);
+  out += static_cast<char>(value);
+}
+
+int32_t int32_of(const Json& j, const std::string& path) {
   if (!j.is_number_integer()) misfit(path, "is not a whole number");
   constexpr int64_t kMin = std::numeric_limits<int32_t>::min();
   constexpr int64_t kMax = std::numeric_limits<int32_t>::max();
@@ -164,286 +266,154 @@ int32_t value_of(const Json& j, const std::string& path, int32_t*) {
   return j.get<int32_t>();
 }
 
-bool value_of(const Json& j, const std::string& path, bool*) {
-  if (!j.is_boolean()) misfit(path, "is not true or false");
-  return j.get<bool>();
-}
-
 // By name, by number or by both, which must then agree. A number outside
 // the enumeration has its place among the unknown fields, as inspect shows.
-template <class Enum, std::enable_if_t<std::is_enum_v<Enum>, int> = 0>
-Enum value_of(const Json& j, const std::string& path, Enum*) {
+int32_t enum_of(const Json& j, const schema::Field& f,
+                const std::string& path) {
   if (!j.is_object() || j.empty())
     misfit(path, "is not {\"name\": ..., \"number\": ...}");
-  Enum value{};
-  for (const auto& [part, given] : j.items()) {
-    const std::string at = member(path, part);
-    if (part == "name") {
-      if (!given.is_string() ||
-          !named(&value, given.template get<std::string>()))
-        misfit(at, "is not a name in the enumeration");
-    } else if (part != "number") {
-      misfit(at, "is not part of an enumeration value");
-    }
+  for (const auto& [part, given] : j.items())
+    if (part != "name" && part != "number")
+      misfit(member(path, part), "is not part of an enumeration value");
+  const schema::Enum& e = schema::kEnums[f.type];
+  int32_t number = 0;
+  if (j.contains("name")) {
+    const Json& name = j["name"];
+    const auto* v = e.values;
+    while (v != e.values + e.count && !(name.is_string() && name == v->name))
+      ++v;
+    if (v == e.values + e.count)
+      misfit(member(path, "name"), "is not a name in the enumeration");
+    number = v->number;
   }
-  if (!j.contains("number")) return value;
-  const int32_t number = value_of(j["number"], member(path, "number"),
-                                  static_cast<int32_t*>(nullptr));
-  if (!known(value, number))
+  if (!j.contains("number")) return number;
+  const int32_t given = int32_of(j["number"], member(path, "number"));
+  if (enum_name(f, given) == nullptr)
     misfit(member(path, "number"),
            "is not in the enumeration (an unknown value goes among the "
            "unknown_fields)");
-  if (j.contains("name") && number != value)
+  if (j.contains("name") && given != number)
     misfit(path, "has a name and a number that disagree");
-  return static_cast<Enum>(number);
+  return given;
 }
 
-void load(const Json& j, std::string* bytes, const std::string& path) {
-  if (j.is_string()) {
-    *bytes = j.get<std::string>();
-  } else if (j.is_object() && j.size() == 1 && j.contains("hex") &&
-             j["hex"].is_string()) {
-    *bytes = parse_hex(j["hex"].get<std::string>(), member(path, "hex"),
-                       kUnreadable);
-  } else {
-    misfit(path, "is neither a string nor {\"hex\": \"...\"}");
+std::string bytes_of(const Json& j, const std::string& path) {
+  if (j.is_string()) return j.get<std::string>();
+  if (j.is_object() && j.size() == 1 && j.contains("hex") &&
+      j["hex"].is_string())
+    return parse_hex(j["hex"].get<std::string>(), member(path, "hex"),
+                     kUnreadable);
+  misfit(path, "is neither a string nor {\"hex\": \"...\"}");
+}
+
+std::string message_of(const Json& j, int type, const std::string& path);
+
+void put_field(std::string& out, const schema::Field& f, const Json& j,
+               const std::string& path) {
+  put_varint(out, key_of(f));
+  switch (f.kind) {
+    case schema::Kind::kInt32:  // sign-extended, as the runtime writes it
+      return put_varint(
+          out, static_cast<uint64_t>(static_cast<int64_t>(int32_of(j, path))));
+    case schema::Kind::kEnum:
+      return put_varint(out, static_cast<uint64_t>(
+                                 static_cast<int64_t>(enum_of(j, f, path))));
+    case schema::Kind::kBool:
+      if (!j.is_boolean()) misfit(path, "is not true or false");
+      return put_varint(out, j.get<bool>() ? 1 : 0);
+    default: {
+      const std::string value = f.kind == schema::Kind::kMessage
+                                    ? message_of(j, f.type, path)
+                                    : bytes_of(j, path);
+      put_varint(out, value.size());
+      out += value;
+    }
   }
 }
 
-template <class M, std::enable_if_t<std::is_base_of_v<MessageLite, M>, int> = 0>
-void load(const Json& j, M* message, const std::string& path);
-
-template <class M>
-void walk(const M& message, Sink& sink);
-
-template <class T>
-void show(Sink& sink, const char* name, bool repeated, const T& value) {
-  if constexpr (std::is_base_of_v<MessageLite, T>) {
-    sink.open(name, repeated);
-    walk(value, sink);
-    sink.close();
-  } else {
-    sink.leaf(name, repeated, leaf_of(value));
-  }
-}
-
-// ---------------------------------------------------------------------------
-// The schema, as the generated accessors give it
-
-template <class M>
-struct Field {
-  const char* name;
-  std::function<void(const M&, Sink&)> show;
-  std::function<void(const Json&, M&, const std::string&)> load;
-};
-template <class M>
-using Fields = std::vector<Field<M>>;
-
-// `held` gives a message or bytes field to read into; `set` takes any other
-// value. Only the one the field's type needs is ever called.
-template <class M, class T, class Held, class Set>
-Field<M> singular(const char* name, bool (M::*has)() const, T (M::*get)() const,
-                  Held held, Set set) {
-  using Value = std::decay_t<T>;
-  return {name,
-          [=](const M& message, Sink& sink) {
-            if ((message.*has)()) show(sink, name, false, (message.*get)());
-          },
-          [=](const Json& j, M& message, const std::string& path) {
-            if constexpr (kHeld<Value>)
-              load(j, held(message), path);
-            else
-              set(message, value_of(j, path, static_cast<Value*>(nullptr)));
-          }};
-}
-
-template <class M, class T, class Add>
-Field<M> repeated(const char* name,
-                  const RepeatedPtrField<T>& (M::*get)() const, Add add) {
-  return {name,
-          [=](const M& message, Sink& sink) {
-            for (const T& element : (message.*get)())
-              show(sink, name, true, element);
-          },
-          [=](const Json& j, M& message, const std::string& path) {
-            if (!j.is_array()) misfit(path, "is not an array");
-            for (size_t i = 0; i < j.size(); ++i)
-              load(j[i], add(message), path + "[" + std::to_string(i) + "]");
-          }};
-}
-
-#define ONE(field)                                 \
-  singular<M>(                                     \
-      #field, &M::has_##field, &M::field,          \
-      [](auto& m) { return m.mutable_##field(); }, \
-      [](auto& m, auto value) { m.set_##field(value); })
-#define MANY(field) \
-  repeated<M>(#field, &M::field, [](auto& m) { return m.add_##field(); })
-#define MESSAGE(Type, ...)                     \
-  const Fields<Type>& fields(const Type*) {    \
-    using M = Type;                            \
-    static const Fields<M> table{__VA_ARGS__}; \
-    return table;                              \
-  }
-
-// clang-format off
-MESSAGE(info::StringPair, ONE(key), ONE(value))
-MESSAGE(info::LeakCount, ONE(high), ONE(mid), ONE(low), ONE(info),
-        ONE(sameip), ONE(tamper))
-MESSAGE(info::WebScanResult, ONE(leak_count), ONE(illegal_words), ONE(tamper))
-
-MESSAGE(req::MD5, ONE(type), ONE(md5), ONE(src), ONE(act))
-MESSAGE(req::Keyword, ONE(id), ONE(keyword), MANY(md5s), MANY(kws_exts))
-MESSAGE(req::URL, ONE(url), ONE(url_charset), ONE(url_type), ONE(host),
-        MANY(md5s), ONE(log), MANY(url_exts), ONE(proxy_url), ONE(post_data),
-        ONE(server_ip), ONE(trunk_url), ONE(proxy_host))
-MESSAGE(req::Iframe, ONE(url), ONE(iframe_id))
-MESSAGE(req::Refer, ONE(url), ONE(refer_id), ONE(refer_type),
-        ONE(refer_subtype), MANY(subframes))
-MESSAGE(req::ImInfo, ONE(type), ONE(id), ONE(im), ONE(md5))
-MESSAGE(req::URLEntity, ONE(id), ONE(url), MANY(refers), ONE(anchor),
-        MANY(subframes), MANY(ims))
-MESSAGE(req::Request, MANY(urls), MANY(kws), ONE(uv), ONE(omd5_index),
-        ONE(product), ONE(combo), ONE(vk), ONE(src), ONE(mid), ONE(le),
-        ONE(consume), ONE(fb), ONE(rule_group_id), ONE(use_http_reason),
-        MANY(package_exts), ONE(stat_log), ONE(version))
-
-MESSAGE(resp::MD5Result, ONE(md5), ONE(level), ONE(version), ONE(time),
-        ONE(sub_type), ONE(cache_type), ONE(cache_duration_sec), MANY(values),
-        ONE(webscan_result))
-MESSAGE(resp::Result, ONE(ec), ONE(id), ONE(merged_result), MANY(md5_results),
-        MANY(exts))
-MESSAGE(resp::Response, ONE(ec), MANY(results), MANY(package_exts))
-// clang-format on
-
-#undef ONE
-#undef MANY
-#undef MESSAGE
-
-// ---------------------------------------------------------------------------
-// Unknown fields
-
-struct UnknownRecord {
-  uint32_t number;
-  const char* wire_type;
-  std::string bytes;  // the whole record, its tag included
-};
-
-const char* wire_type_name(uint32_t tag) {
-  static const char* const kNames[] = {"varint",      "64-bit",    "bytes",
-                                       "group start", "group end", "32-bit"};
-  const uint32_t type = tag & 7;
-  return type < 6 ? kNames[type] : "invalid";
-}
-
-// The classes keep whole records, tag included, each one a field that was
-// skipped while parsing; bytes that are not a whole record end the list as
-// one record of their own.
-std::vector<UnknownRecord> split_unknown(const std::string& bytes) {
-  using google::protobuf::internal::WireFormatLite;
-  google::protobuf::io::CodedInputStream in(
-      reinterpret_cast<const uint8_t*>(bytes.data()),
-      static_cast<int>(bytes.size()));
-  std::vector<UnknownRecord> records;
-  for (;;) {
-    const int start = in.CurrentPosition();
-    const uint32_t tag = in.ReadTag();
-    if (tag == 0 && start == static_cast<int>(bytes.size())) return records;
-    const bool whole = tag != 0 && WireFormatLite::SkipField(&in, tag);
-    const size_t end = whole ? in.CurrentPosition() : bytes.size();
-    records.push_back(
-        {static_cast<uint32_t>(WireFormatLite::GetTagFieldNumber(tag)),
-         whole ? wire_type_name(tag) : "cut short",
-         bytes.substr(start, end - start)});
-    if (!whole) return records;
-  }
-}
-
-// A record's number and wire type, where given, are the ones its bytes say:
-// JSON that says otherwise was edited halfway.
-void load_unknown(const Json& j, std::string* unknown,
-                  const std::string& path) {
+// The classes keep whole records, tag included; a record's number and wire
+// type, where given, are the ones its bytes say: JSON that says otherwise
+// was edited halfway.
+std::string unknown_of(const Json& j, const std::string& path) {
   if (!j.is_array()) misfit(path, "is not an array");
+  std::string out;
   for (size_t i = 0; i < j.size(); ++i) {
-    const std::string at = path + "[" + std::to_string(i) + "]";
+    const std::string at = element(path, i);
     if (!j[i].is_object() || !j[i].contains("bytes") ||
         !j[i]["bytes"].is_string())
       misfit(at,
              "is not {\"number\": ..., \"wire_type\": ..., \"bytes\": ...}");
     const std::string bytes = parse_hex(j[i]["bytes"].get<std::string>(),
                                         member(at, "bytes"), kUnreadable);
-    const std::vector<UnknownRecord> records = split_unknown(bytes);
-    const Json said = records.empty()
+    const std::vector<Record> split = records(bytes);
+    const Json said = split.empty()
                           ? Json::object()
-                          : Json{{"number", records[0].number},
-                                 {"wire_type", records[0].wire_type},
+                          : Json{{"number", split[0].tag >> 3},
+                                 {"wire_type", wire_type_name(split[0])},
                                  {"bytes", j[i]["bytes"]}};
     for (const auto& [part, given] : j[i].items())
       if (!said.contains(part) || said[part] != given)
         misfit(member(at, part), "is not what the record's bytes say");
-    unknown->append(bytes);
+    out += bytes;
   }
+  return out;
 }
 
-template <class M>
-void walk(const M& message, Sink& sink) {
-  for (const Field<M>& field : fields(&message)) field.show(message, sink);
-  for (const UnknownRecord& record : split_unknown(message.unknown_fields()))
-    sink.unknown(record.number, record.wire_type, record.bytes);
-}
-
-template <class M, std::enable_if_t<std::is_base_of_v<MessageLite, M>, int>>
-void load(const Json& j, M* message, const std::string& path) {
+// The message, its fields in number order and its unknown ones last, as the
+// runtime writes it.
+std::string message_of(const Json& j, int type, const std::string& path) {
+  const schema::Message& m = schema::kMessages[type];
   if (!j.is_object()) misfit(path, "is not an object");
   for (const auto& [name, value] : j.items()) {
-    const std::string at = member(path, name);
-    if (name == "unknown_fields") {
-      load_unknown(value, message->mutable_unknown_fields(), at);
+    const schema::Field* f = m.fields;
+    while (f != fields_end(m) && name != f->name) ++f;
+    if (f == fields_end(m) && name != "unknown_fields")
+      misfit(member(path, name), std::string("is not a field of ") + m.name);
+  }
+  std::string out;
+  for (const schema::Field* f = m.fields; f != fields_end(m); ++f) {
+    if (!j.contains(f->name)) continue;
+    const Json& value = j[f->name];
+    const std::string at = member(path, f->name);
+    if (!f->repeated) {
+      put_field(out, *f, value, at);
       continue;
     }
-    const Fields<M>& known = fields(message);
-    const auto field =
-        std::find_if(known.begin(), known.end(),
-                     [&](const Field<M>& f) { return name == f.name; });
-    if (field == known.end())
-      misfit(at, "is not a field of " + message->GetTypeName());
-    field->load(value, *message, at);
+    if (!value.is_array()) misfit(at, "is not an array");
+    for (size_t i = 0; i < value.size(); ++i)
+      put_field(out, *f, value[i], element(at, i));
   }
+  if (j.contains("unknown_fields"))
+    out += unknown_of(j["unknown_fields"], member(path, "unknown_fields"));
+  return out;
 }
 
 // Parsed as the message classes parse, saying where and why a parse stopped.
 template <class M>
-std::string parse(const std::string& bytes, M& message) {
-  return parse_fault(linkward::parse_message(
-      bytes.data(), static_cast<int>(bytes.size()), message));
-}
-
-template <class M>
 Inspection inspect_as(const std::string& bytes, bool json) {
   M message;
-  const std::string fault = parse(bytes, message);
+  const std::string fault = parse_fault(linkward::parse_message(
+      bytes.data(), static_cast<int>(bytes.size()), message));
+  const std::string kept = message.SerializePartialAsString();
   TextSink text;
   JsonSink tree;
   Sink& sink = json ? static_cast<Sink&>(tree) : text;
-  walk(message, sink);
+  walk(kept, message_index(message.GetTypeName().c_str()), sink);
   return {json ? tree.text() : text.text(), fault, message.IsInitialized(),
-          fault.empty() && message.SerializePartialAsString() == bytes,
-          message.GetTypeName()};
+          fault.empty() && kept == bytes, message.GetTypeName()};
 }
 
-template <class M>
-std::string encode_as(const Json& j) {
-  M message;
-  load(j, &message, "");
-  return message.SerializePartialAsString();
+const char* root_name(MessageKind kind) {
+  return kind == MessageKind::kRequest ? "linkward.info.req.Request"
+                                       : "linkward.info.resp.Response";
 }
 
 }  // namespace
 
 Inspection inspect(const std::string& bytes, MessageKind kind, bool json) {
   return kind == MessageKind::kRequest
-             ? inspect_as<req::Request>(bytes, json)
-             : inspect_as<resp::Response>(bytes, json);
+             ? inspect_as<linkward::info::req::Request>(bytes, json)
+             : inspect_as<linkward::info::resp::Response>(bytes, json);
 }
 
 std::string encode(const std::string& json, MessageKind kind,
@@ -458,8 +428,7 @@ std::string encode(const std::string& json, MessageKind kind,
                   source + ": not JSON: " + why.substr(why.find("] ") + 2));
   }
   try {
-    return kind == MessageKind::kRequest ? encode_as<req::Request>(j)
-                                         : encode_as<resp::Response>(j);
+    return message_of(j, message_index(root_name(kind)), "");
   } catch (const Failure& misfit) {
     throw Failure(misfit.status, source + ": " + misfit.what());
   }
