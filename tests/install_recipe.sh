@@ -20,13 +20,10 @@ recipe=$(awk '/^```/ { if (inside && index(block, "DESTDIR=$STAGING")) { n++; ke
   END { printf "%s", kept; exit (n != 1) }' "$README") ||
   fail "README.md must hold exactly one block that installs into \$STAGING"
 
-# The source tree as a user has it: the files git holds, as they are in the
-# working tree.
 rm -rf "$WORK"
 tree=$WORK/linkward
-mkdir -p "$tree"
-git -C "$SOURCE" ls-files -z |
-  tar -C "$SOURCE" --null -T - --ignore-failed-read -cf - | tar -C "$tree" -xf -
+. "$(dirname "$0")/copy_tree.sh"
+copy_tree "$SOURCE" "$tree"
 
 # A staging area as firmware build systems lay it out, with the lite runtime
 # alone: the library, its headers and protobuf-lite.pc.
