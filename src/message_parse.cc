@@ -192,11 +192,14 @@ class Reader {
   // one cut short by the limit or longer than ten bytes. As the classic
   // stream leaves them, a key of 0 has been read, a cut one read up to the
   // limit, a long one not read at all.
-  Fault read_key(uint32_t& key) {
-    if (at_ != limit_ && *at_ < 0x80) {
-      key = *at_++;
-      return key == 0 ? Fault::kZeroTag : Fault::kNone;
-    }
+  [[gnu::always_inline]] Fault read_key(uint32_t& key) {
+    if (at_ == limit_ || *at_ >= 0x80) return read_long_key(key);
+    key = *at_++;
+    return key == 0 ? Fault::kZeroTag : Fault::kNone;
+  }
+
+  // Keys past 15 take two bytes or more, and no answer's field has one.
+  [[gnu::noinline]] Fault read_long_key(uint32_t& key) {
     uint64_t read;
     const Fault fault = read_varint(read);
     if (fault == Fault::kOverlong) return fault;
