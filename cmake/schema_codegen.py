@@ -302,6 +302,7 @@ struct Enum {
 struct Field {
   const char* name;
   int number;
+  uint32_t key;  // the field's tag under its own wire type
   Kind kind;
   bool repeated;
   bool required;
@@ -335,8 +336,8 @@ def tables(schema):
             continue
         out.append("inline constexpr Field kMessage%dFields[] = {" % i)
         for f in message.fields:
-            out.append('    {"%s", %d, Kind::%s, %s, %s, %d, %d},' % (
-                f.name, f.number, f.kind,
+            out.append('    {"%s", %d, %d, Kind::%s, %s, %s, %d, %d},' % (
+                f.name, f.number, f.key, f.kind,
                 "true" if f.label == REPEATED else "false",
                 "true" if f.label == REQUIRED else "false",
                 f.type_index or 0, schema.default_of(f)

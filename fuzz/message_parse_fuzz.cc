@@ -23,13 +23,6 @@ using linkward::schema::kEnums;
 using linkward::schema::Kind;
 using linkward::schema::kMessages;
 
-bool length_delimited(const Field& f) {
-  return f.kind == Kind::kString || f.kind == Kind::kBytes ||
-         f.kind == Kind::kMessage;
-}
-
-int wire_type(const Field& f) { return length_delimited(f) ? 2 : 0; }
-
 const Field* numbered(int type, int number) {
   const linkward::schema::Message& m = kMessages[type];
   for (const Field* f = m.fields; f != m.fields + m.count; ++f)
@@ -65,13 +58,13 @@ std::string encode(const Node& node, int type) {
   for (const auto& [number, values] : node.fields) {
     const Field& f = *numbered(type, number);
     for (const Value& v : values) {
-      put(out, number << 3 | wire_type(f));
+      put(out, f.key);
       if (f.kind == Kind::kBool) put(out, v.number != 0);
       if (f.kind == Kind::kInt32 || f.kind == Kind::kEnum)
         put(out, static_cast<uint64_t>(static_cast<int32_t>(v.number)));
       const std::string payload =
           f.kind == Kind::kMessage ? encode(v.message[0], f.type) : v.bytes;
-      if (length_delimited(f)) out += delimited(payload);
+      if ((f.key & 7) == 2) out += delimited(payload);
     }
   }
   return out + node.unknown;
@@ -100,7 +93,7 @@ struct Decoder {
       if (!varint(end, tag) || static_cast<uint32_t>(tag) == 0) return kZeroTag;
       const Field* f =
           numbered(type, static_cast<int>(static_cast<uint32_t>(tag) >> 3));
-      if (f && wire_type(*f) != static_cast<int>(tag & 7)) f = nullptr;
+      if (f && f->key != static_cast<uint32_t>(tag)) f = nullptr;
       if (!(f ? read(node, *f, end, depth)
               : skip(node.unknown, static_cast<uint32_t>(tag), end, depth)))
         return kFault;
