@@ -24,10 +24,10 @@ struct Inspection {
   std::string type;   // the message's type name
 };
 
-// Parses `bytes` into the library's message classes, an answer as the
-// library parses it, and shows every present field by name, nested messages
-// indented, bytes as escaped text (JSON: see json_bytes), enumerations by
-// name and number, and unknown fields as hex with their numbers.
+// Parses `bytes` as the library's message classes do and shows what they
+// kept: every present field by name, nested messages indented, bytes as
+// escaped text (JSON: see json_bytes), enumerations by name, and unknown
+// fields as hex with their numbers.
 Inspection inspect(const std::string& bytes, MessageKind kind, bool json);
 
 // The message that `json`, as inspect prints it, describes, in the bytes
@@ -39,12 +39,10 @@ std::string encode(const std::string& json, MessageKind kind,
 // Bytes in JSON: a string where they are valid UTF-8, else {"hex": "..."}.
 Json json_bytes(const std::string& bytes);
 
-// What a fault of the answer's parse is, in words.
-const char* fault_text(linkward::ParseFault fault);
-
-// Where and why the answer's parse did not read the bytes whole; empty when
-// it did.
+// Where and why the parse did not read the bytes whole ("" when it did),
+// and why alone.
 std::string parse_fault(const linkward::ParseReport& report);
+const char* fault_text(linkward::ParseFault fault);
 
 }  // namespace tool
 
