@@ -137,6 +137,12 @@ int parser_one_result(const resp::MD5Result& result, char* out_buf,
 
 int has_value(const char* list, const char* token) {
   if (list == nullptr || token == nullptr) return 0;
+  // The empty token is a member where the list has an empty one; the search
+  // below would find it at the same place forever.
+  if (*token == '\0')
+    return *list == '\0' || *list == '|' ||
+           std::strstr(list, "||") != nullptr ||
+           list[std::strlen(list) - 1] == '|';
   const size_t length = std::strlen(token);
   // A false hit resumes the search after its whole length.
   for (const char* hit = std::strstr(list, token); hit != nullptr;

@@ -57,8 +57,12 @@ TEST(HasValue, MatchesWholeMembersOnly) {
       {"xa|a|a", "a|a", 0},  // the hit at 3 overlaps the false one at 1
       {nullptr, "a", 0},
       {"a", nullptr, 0},
+      // The empty token is a member where the list has an empty one.
       {"", "", 1},
-      {"|a", "", 1}};
+      {"|a", "", 1},
+      {"a|", "", 1},
+      {"a||b", "", 1},
+      {"a|b", "", 0}};
   for (const auto& c : cases)
     EXPECT_EQ(has_value(c.list, c.token), c.member)
         << (c.list ? c.list : "null") << " / " << (c.token ? c.token : "null");
