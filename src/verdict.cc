@@ -68,23 +68,34 @@ const char* find(const char* from, const char* end, char c) {
   return at != nullptr ? static_cast<const char*>(at) : end;
 }
 
+// Whether the member that starts at `at`, `left` bytes before the end of
+// the list, is `token`.
+bool starts_member(const char* at, size_t left, std::string_view token) {
+  return left >= token.size() &&
+         (left == token.size() || at[token.size()] == '|') &&
+         std::memcmp(at, token.data(), token.size()) == 0;
+}
+
 // One pass: each search starts at a member's first byte, so the first
 // kTokenStart it finds is either the first byte of the member it starts, or
-// lies inside a member that does not begin with it and is skipped whole.
+// lies inside a member that does not begin with it and is skipped whole. A
+// member found to be a token ends where the token does.
 Members::Members(std::string_view list) {
   const char* const end = list.data() + list.size();
   for (const char* at = list.data(); at != end;) {
     const char* const hit = find(at, end, kTokenStart);
     if (hit == end) break;
-    const char* const bar = find(hit, end, '|');
+    const char* bar = nullptr;
     if (hit == list.data() || hit[-1] == '|') {
-      const std::string_view member(hit, static_cast<size_t>(bar - hit));
       for (int token = 0; token < kTokenCount; ++token) {
-        if (!same(member, kTokens[token])) continue;
+        if (!starts_member(hit, static_cast<size_t>(end - hit), kTokens[token]))
+          continue;
         found_ |= 1u << token;
+        bar = hit + kTokens[token].size();
         break;
       }
     }
+    if (bar == nullptr) bar = find(hit, end, '|');
     at = bar == end ? end : bar + 1;
   }
 }

@@ -97,6 +97,7 @@ TEST(Verdict, DecisionTableAndPairs) {
       {60, 10, "kx.info=ssc=11020", 3},
       {60, 10, "kx.info=sc=110", 3},
       {60, 10, "kx.info=sc=110|ssc=11012", 3},
+      {60, 10, "kx.info=sc=1101|ssc=110201", 3},  // tokens as prefixes only
       // Level 60, sub-type 30: the 1101x sub-codes, 11012 first, else 2.
       {60, 30, "kx.info=sc=110|ssc=11011", 7},
       {60, 30, "kx.info=sc=110|ssc=11011|ssc=11012", 6},
