@@ -57,7 +57,7 @@ class Members {
 };
 
 // string_view's ==, with the test of the lengths inline: at -Os that
-// operator stays a call of its own, made for every token and key.
+// operator stays a call of its own, made for every key.
 bool same(std::string_view a, std::string_view b) {
   return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size()) == 0;
 }
@@ -70,7 +70,7 @@ const char* find(const char* from, const char* end, char c) {
 
 // Whether the member that starts at `at`, `left` bytes before the end of
 // the list, is `token`.
-bool starts_member(const char* at, size_t left, std::string_view token) {
+bool member_is(const char* at, size_t left, std::string_view token) {
   return left >= token.size() &&
          (left == token.size() || at[token.size()] == '|') &&
          std::memcmp(at, token.data(), token.size()) == 0;
@@ -88,7 +88,7 @@ Members::Members(std::string_view list) {
     const char* bar = nullptr;
     if (hit == list.data() || hit[-1] == '|') {
       for (int token = 0; token < kTokenCount; ++token) {
-        if (!starts_member(hit, static_cast<size_t>(end - hit), kTokens[token]))
+        if (!member_is(hit, static_cast<size_t>(end - hit), kTokens[token]))
           continue;
         found_ |= 1u << token;
         bar = hit + kTokens[token].size();
