@@ -98,7 +98,7 @@ void register_benchmarks() {
     const std::string size = std::to_string(url_bytes);
     add_pair(
         "create_proto_request, URL " + size + " B",
-        "create_proto_request/url:" + size, 1.10,
+        "create_proto_request/url:" + size, workload::kQueryTarget,
         [=](benchmark::State& s) {
           run_query(s, workload::library_query, url_bytes);
         },
@@ -113,7 +113,7 @@ void register_benchmarks() {
         std::string("parser_proto_response/") + answer.name;
     add_pair(
         std::string("parser_proto_response, ") + answer.name, name,
-        typical ? 1.25 : 0, [=](benchmark::State& s) { run_answer(s, bytes); },
+        answer.target, [=](benchmark::State& s) { run_answer(s, bytes); },
         [=](benchmark::State& s) {
           run_parse(s, workload::floor_answer, bytes);
         });

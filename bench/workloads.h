@@ -21,6 +21,8 @@ Query query_for_url_of(size_t url_bytes);
 
 // Room for any query built here.
 constexpr int32_t kQueryRoom = 2048;
+// The most a query may cost, as a multiple of its floor's cost.
+constexpr double kQueryTarget = 1.10;
 // Room for any verdict record.
 constexpr int32_t kRecordRoom = 534;
 
@@ -28,10 +30,12 @@ constexpr int32_t kRecordRoom = 534;
 int32_t library_query(const Query& q, char* out);
 int32_t floor_query(const Query& q, char* out);
 
-// Answers of the service, encoded.
+// Answers of the service, encoded, and the most each may cost as a multiple
+// of its floor's cost.
 struct Answer {
   const char* name;
   std::string bytes;
+  double target;
 };
 
 // One result with one per-hash result (level 60, sub-type 10) whose "kx.info"

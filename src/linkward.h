@@ -205,8 +205,8 @@ int parser_one_result(const linkward::info::resp::MD5Result& result,
 
 /* 1 when `token` is a whole member of the "|"-separated `list` (byte-exact,
  * blanks not trimmed), else 0; 0 when either is NULL. Both are NUL-terminated
- * texts. Hazard: with an empty token the call does not return (unless list is
- * empty or begins with "|"); the library never passes one. */
+ * texts. The empty token is a member when the list has an empty member: the
+ * list is empty, or has a "|" at its start, at its end or two in a row. */
 int has_value(const char* list, const char* token);
 #endif
 

@@ -57,8 +57,12 @@ TEST(HasValue, MatchesWholeMembersOnly) {
       {"xa|a|a", "a|a", 0},  // the hit at 3 overlaps the false one at 1
       {nullptr, "a", 0},
       {"a", nullptr, 0},
+      // The empty token is a member where the list has an empty one.
       {"", "", 1},
-      {"|a", "", 1}};
+      {"|a", "", 1},
+      {"a|", "", 1},
+      {"a||b", "", 1},
+      {"a|b", "", 0}};
   for (const auto& c : cases)
     EXPECT_EQ(has_value(c.list, c.token), c.member)
         << (c.list ? c.list : "null") << " / " << (c.token ? c.token : "null");
@@ -93,6 +97,7 @@ TEST(Verdict, DecisionTableAndPairs) {
       {60, 10, "kx.info=ssc=11020", 3},
       {60, 10, "kx.info=sc=110", 3},
       {60, 10, "kx.info=sc=110|ssc=11012", 3},
+      {60, 10, "kx.info=sc=1101|ssc=110201", 3},  // tokens as prefixes only
       // Level 60, sub-type 30: the 1101x sub-codes, 11012 first, else 2.
       {60, 30, "kx.info=sc=110|ssc=11011", 7},
       {60, 30, "kx.info=sc=110|ssc=11011|ssc=11012", 6},
