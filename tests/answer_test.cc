@@ -3,14 +3,16 @@
 // fault, read the classic way (a nested message never reads past the one
 // holding it, a value cut short keeps the bytes that came, a tag may take
 // ten bytes); the parse names the first fault's byte.
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "message_parse.h"
 #include "kx_response.pb.h"
+#include "message_parse.h"
 #include "wire.h"
 
 namespace resp = linkward::info::resp;
@@ -107,6 +109,9 @@ std::vector<Answer> answers() {
       {hex(kLevel70 + " 80 80 80 80 80 80 80 80 80 80 01"), "code 5",
        "stops at 8"},
       {hex(kLevel70 + " 88"), "code 5", "stops at 8"},
+      // An unknown number keeps all its bits.
+      {hex("08 00 78 ff ff ff ff ff ff ff ff ff 01"), "refused -4", "whole",
+       "08 00 78 ff ff ff ff ff ff ff ff ff 01"},
       // A known number under a wire type not its own is kept aside: a level
       // as bytes, values as a number.
       {hex("08 00 12 09 10 01 22 05 12 01 46 40 00"), "code 0"},
@@ -166,6 +171,26 @@ TEST(Answer, WhatTheCallerIsTold) {
       EXPECT_EQ(to_hex(response.SerializePartialAsString()), a.kept);
     }
   }
+}
+
+// A tag of 0 ends an answer early: a whole-message parse from an array or a
+// zero-copy stream fails, a merge from a coded stream does not, and each
+// keeps what came before the tag. The streams come in pieces of 17 bytes,
+// which the library gathers before it parses.
+TEST(Answer, ZeroTagThroughEachWayIn) {
+  using google::protobuf::io::ArrayInputStream;
+  const std::string in = typical_answer() + from_hex("00 " + kLevel70);
+  resp::Response array, pieces, merged;
+  EXPECT_FALSE(
+      resp::Response().ParseFromString(from_hex("08 00 00 12 02 10 01")));
+  EXPECT_FALSE(array.ParsePartialFromArray(in.data(), in.size()));
+  ArrayInputStream stream(in.data(), in.size(), 17),
+      again(in.data(), in.size(), 17);
+  EXPECT_FALSE(pieces.ParsePartialFromZeroCopyStream(&stream));
+  google::protobuf::io::CodedInputStream coded(&again);
+  EXPECT_TRUE(merged.MergePartialFromCodedStream(&coded));
+  for (const resp::Response* m : {&array, &pieces, &merged})
+    EXPECT_EQ(m->SerializePartialAsString(), typical_answer());
 }
 
 TEST(Answer, RefusesNullPointersWithoutWriting) {

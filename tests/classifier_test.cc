@@ -111,8 +111,8 @@ TEST(Verdict, DecisionTableAndPairs) {
       {70, 20, "kx.info=k1;bnet.info=first;kx.info=k2;bnet.info=second", 8,
        "bnet.info=first"},
       // An empty bnet.info value still decides; the list read before it is
-      // the text.
-      {0, 0, "kx.info=abc;bnet.info=", 8, "kx.info=abc"},
+      // the text, and no later one.
+      {0, 0, "kx.info=abc;bnet.info=;kx.info=zzz", 8, "kx.info=abc"},
       {0, 0, "bnet.info=", 8, ""},
       // Keys match exactly.
       {0, 0, "bnet.info =x;BNET.INFO=x;bnet.infoo=x;bnet.inf=x;kx.inf=x", 0,
