@@ -265,7 +265,7 @@ def dispatch(schema):
     for message in schema.messages:
         out.append("bool read_field(Reader& r, %s& m, uint32_t key) {"
                    % message.cpp)
-        if any(f.wire_type == VARINT for f in message.fields):
+        if any("&M::" in read_call(f) for f in message.fields):
             out.append("  using M = %s;" % message.cpp)
         out.append("  switch (key) {")
         for field in message.fields:

@@ -1,44 +1,34 @@
 #!/usr/bin/env bash
 # A schema change as a maintainer makes one: fields of every kind the library
-# reads added to one message in proto/ alone, in a fresh copy of the tree.
-# The copy is built, with the linkward tool, under a project that adds a
-# program reading them through their accessors (schema_change/check.cc);
-# then the tool shows them and encodes them back.
-# Environment: SOURCE, WORK.
+# reads added to one message in proto/ alone, in a fresh copy of the tree,
+# which is built with its tool under a project that adds a program reading
+# them through their accessors (schema_change/check.cc); then the tool shows
+# them and encodes them back. Environment: SOURCE, WORK.
 set -euo pipefail
 fail() { echo "schema_change: $*" >&2; exit 1; }
 . "$(dirname "$0")/copy_tree.sh"
-
 rm -rf "$WORK"
-tree=$WORK/linkward
-copy_tree "$SOURCE" "$tree"
-proto=$tree/proto/kx_response.proto
+copy_tree "$SOURCE" "$WORK/linkward"
+proto=$WORK/linkward/proto/kx_response.proto
 last='  optional linkward.info.WebScanResult webscan_result = 9;'
 grep -qxF "$last" "$proto" || fail "MD5Result's last field is not '$last'"
-added='  optional int32 score = 10;
-  optional bool flagged = 11;
-  optional bytes blob = 12;
-  optional string note = 13;
-  optional linkward.info.CacheType kind = 14;
-  repeated linkward.info.StringPair extras = 15;
-  repeated string tags = 16;
-  optional linkward.info.LeakCount leak = 17;'
-awk -v last="$last" -v added="$added" '{ print } $0 == last { print added }' \
-  "$proto" >"$proto.new"
-mv "$proto.new" "$proto"
+sed -i "s/^$last\$/&\n  optional int32 score = 10;\n  optional bool flagged = 11;\
+\n  optional bytes blob = 12;\n  optional string note = 13;\
+\n  optional linkward.info.CacheType kind = 14;\
+\n  repeated linkward.info.StringPair extras = 15;\n  repeated string tags = 16;\
+\n  optional linkward.info.LeakCount leak = 17;/" "$proto"
 
 cmake -S "$SOURCE/tests/schema_change" -B "$WORK/build" -G Ninja \
-  -DLINKWARD_SOURCE_DIR="$tree" >/dev/null
+  -DLINKWARD_SOURCE_DIR="$WORK/linkward" >/dev/null
 cmake --build "$WORK/build"
 "$WORK/build/check" "$WORK/answer.bin"
-
 linkward=$WORK/build/linkward/tools/linkward
 shown=$("$linkward" inspect --as answer "$WORK/answer.bin")
 for field in 'score: 7' 'flagged: true' 'blob: "b1"' 'note: "n1"' \
   'kind: kCacheType1' 'key: "k2"' 'tags: "t2"' 'high: 5'; do
   grep -qF "$field" <<<"$shown" || fail "inspect does not show $field: $shown"
 done
-grep -q unknown <<<"$shown" && fail "inspect shows unknown fields: $shown"
+! grep -q unknown <<<"$shown" || fail "inspect shows unknown fields: $shown"
 "$linkward" inspect --json --as answer "$WORK/answer.bin" >"$WORK/answer.json"
 grep -qF '"tags": [' "$WORK/answer.json" || fail "inspect --json: $(cat "$WORK/answer.json")"
 "$linkward" encode --as answer "$WORK/answer.json" -o "$WORK/again.bin"
