@@ -1,9 +1,9 @@
 // The answer: the service's bytes parsed, its error code and results looked
 // at, and the first per-hash result handed to the classifier.
 
-#include "message_parse.h"
 #include "kx_response.pb.h"
 #include "linkward.h"
+#include "message_parse.h"
 
 namespace resp = linkward::info::resp;
 

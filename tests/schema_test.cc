@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "message_parse.h"
 #include "kx_request.pb.h"
 #include "kx_response.pb.h"
+#include "message_parse.h"
 #include "wire.h"
 
 namespace req = linkward::info::req;
