@@ -22,19 +22,19 @@ void verdict_agrees(const std::string& list) {
   const auto in = [&kx](const char* token) {
     return has_value(kx.c_str(), token) == 1;
   };
+  // Level 60: "sc=110" and then the first sub-code, or the second.
+  const auto level_60 = [&](const char* first, const char* second,
+                            int32_t otherwise) {
+    return !in("sc=110") ? otherwise
+           : in(first)   ? 6
+           : in(second)  ? 7
+                         : otherwise;
+  };
   const struct {
     int32_t level, sub_type, code;
   } rows[] = {{50, 0, in("sc=101") ? 2 : 1},
-              {60, 10,
-               !in("sc=110")     ? 3
-               : in("ssc=11020") ? 6
-               : in("ssc=11021") ? 7
-                                 : 3},
-              {60, 30,
-               !in("sc=110")     ? 2
-               : in("ssc=11012") ? 6
-               : in("ssc=11011") ? 7
-                                 : 2}};
+              {60, 10, level_60("ssc=11020", "ssc=11021", 3)},
+              {60, 30, level_60("ssc=11012", "ssc=11011", 2)}};
   linkward::info::resp::MD5Result result;
   linkward::info::StringPair* pair = result.add_values();
   pair->set_key("kx.info");

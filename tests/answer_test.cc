@@ -22,13 +22,10 @@ namespace {
 struct Answer {
   std::string bytes;
   std::string told;  // what the caller is told
-  // "whole"; or "stops at N", N the byte of the field where the parse
-  // stopped; or "reaches past at N", N where a message's length first
-  // reached past the message holding it or the bytes, the parse reading on.
+  // "whole", "stops at N" (the field where the parse stopped) or "reaches
+  // past at N" (where a length first reached too far, the parse reading on).
   const char* parse = "whole";
-  // What the parse left in the message, serialised again, where given: a
-  // field is present from the moment its read starts, a message is added
-  // before its bytes are read, and what arrived of a value stays.
+  // What the parse left in the message, serialised again, where given.
   const char* kept = nullptr;
   int32_t capacity = 534;
 };
@@ -55,8 +52,7 @@ std::vector<Answer> answers() {
       // Refusals: a service error, with results, as the last code, or read
       // before a cut; no bytes, no results, nothing that parses, pairs of the
       // answer's own, field 1 as bytes, a tag of 0 before the results.
-      {hex("08 01 " + kLevel70 + kLevel70), "refused -3"},
-      {hex("08 06"), "refused -3"},
+      {hex("08 06 " + kLevel70 + kLevel70), "refused -3"},
       {hex("08 02 12 0a 10"), "refused -3", "stops at 4"},
       {"", "refused -4"},
       {hex("08 00"), "refused -4"},
@@ -175,8 +171,7 @@ TEST(Answer, WhatTheCallerIsTold) {
 
 // A tag of 0 ends an answer early: a whole-message parse from an array or a
 // zero-copy stream fails, a merge from a coded stream does not, and each
-// keeps what came before the tag. The streams come in pieces of 17 bytes,
-// which the library gathers before it parses.
+// keeps what came before it. The streams come in pieces of 17 bytes.
 TEST(Answer, ZeroTagThroughEachWayIn) {
   using google::protobuf::io::ArrayInputStream;
   const std::string in = typical_answer() + from_hex("00 " + kLevel70);

@@ -1,15 +1,13 @@
 #!/usr/bin/env bash
 # Runs README.md's firmware recipe, its one block that installs into
-# $STAGING, exactly as written: from a fresh copy of the source tree, with the
-# environment the README asks for, against a staging area in the firmware's
-# layout that holds the protobuf lite runtime alone, and with
-# cmake/staging-toolchain.cmake as the firmware's toolchain file. Then runs
+# $STAGING, exactly as written, from a fresh copy of the tree, against a
+# staging area in the firmware's layout that holds the protobuf lite runtime
+# alone, with cmake/staging-toolchain.cmake as the toolchain file; then runs
 # what it built, and a C++ caller built through find_package, against the
-# root file system's library, as the device would.
-# Environment: README SOURCE WORK; CC and CXX, the target's compilers with
-# their flags; ROOT, where the lite runtime comes from (a cross build's
-# sysroot; empty for the build machine) and ARCH, its multiarch folder; in a
-# cross build EMULATOR and RUNTIME_LIBDIRS, where the target's C++ runtime is.
+# root file system's library. Environment: README SOURCE WORK; CC and CXX,
+# the target's compilers and flags; ROOT, the lite runtime's sysroot (empty
+# for the build machine), and ARCH; in a cross build EMULATOR and
+# RUNTIME_LIBDIRS, where the target's C++ runtime is.
 set -euo pipefail
 fail() { echo "install_recipe: $*" >&2; exit 1; }
 unset PKG_CONFIG_PATH PKG_CONFIG_LIBDIR PKG_CONFIG_SYSROOT_DIR CMAKE_TOOLCHAIN_FILE

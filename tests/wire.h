@@ -97,10 +97,8 @@ inline Outcome parse(const std::string& answer, int32_t capacity = 534) {
   return parse(answer.data(), static_cast<int32_t>(answer.size()), capacity);
 }
 
-// Empty when the call kept its promises: a documented code; on an error,
-// nothing written; otherwise no record and nothing written, or a record whose
-// text is NUL-terminated inside the capacity (cut when it did not fit), with
-// nothing written after the record.
+// Empty when the call kept its promises: a documented code, and nothing
+// written but a record whose text is NUL-terminated inside the capacity.
 inline std::string broken_promise(const Outcome& o) {
   if (o.rc != 0 && o.rc != -3 && o.rc != -4) return "an undocumented code";
   if (o.rc != 0 || o.length == 0) {
@@ -119,9 +117,8 @@ inline std::string broken_promise(const Outcome& o) {
   return untouched_from(o.buffer, 13 + kept) ? "" : "a write after the text";
 }
 
-// What the caller is told: "refused -3", "no record", or the record's code,
-// its text when it has one, and the text's whole length when the capacity
-// cut it.
+// "refused -3", "no record", or the record's code, its text when it has one,
+// and the text's whole length when the capacity cut it.
 inline std::string told(const Outcome& o) {
   if (o.rc != 0) return "refused " + std::to_string(o.rc);
   if (o.length == 0) return "no record";
