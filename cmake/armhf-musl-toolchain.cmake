@@ -81,8 +81,11 @@ gcc_dir=
 # names a library given by its path with that path, musl's libc.so having no
 # SONAME. So every link is handed a linker script that asks for -lc: it is
 # dynamic, and the program needs "libc.so", which musl's loader takes as
-# itself.
+# itself. zig's linker writes the System V symbol hash table beside the GNU
+# one; musl's loader reads the GNU one, the only one Debian's GCC writes (the
+# armhf build), so the other is left out.
 write_if_changed(${scripts}/musl-libc.so "INPUT(-lc)\n")
+set(link_flags -Wl,--hash-style=gnu)
 
 # musl's headers come before the Linux ones that zig carries (musl-dev has
 # none). zig compiles C++ against its libc++ headers, with the settings it
@@ -98,7 +101,7 @@ zig='${LINKWARD_ZIG}'
 target='-target ${zig_target} -mcpu=${cpu} ${thumb}'
 target=\"$target -isystem ${LINKWARD_ZIG_LIB}/libc/include/arm-linux-any\"
 target=\"$target -isystem ${LINKWARD_ZIG_LIB}/libc/include/any-linux-any\"
-link='${scripts}/musl-libc.so'
+link='${link_flags} ${scripts}/musl-libc.so'
 for arg; do
   case $arg in
     -c | -S | -E) link= ;;
