@@ -44,11 +44,20 @@ set(built_libdir ${LINKWARD_SYSROOT}/usr/lib)
 set(scripts ${LINKWARD_SYSROOT}/toolchain)
 
 # The processor baseline of Debian's armhf, which its musl is built for:
-# ARMv7-A, VFPv3-D16 without NEON. The code is ARM (A32), not Thumb-2 as in
-# the armhf build: zig takes Thumb only from a thumb-* target, and its
-# compiler-rt for that target cannot be linked into a shared library.
+# ARMv7-A, VFPv3-D16 without NEON; and Thumb-2 code, as in the armhf build.
+# zig's own target stays ARM, since zig builds its compiler-rt for it, and
+# compiler-rt in Thumb does not assemble (the processor's thumb_mode feature)
+# or cannot be linked into a shared library (a thumb-* target). Thumb is asked
+# of clang alone, through -Xclang, whose arguments clang takes after zig's:
+# the target, which zig names by its architecture alone and clang then takes
+# for ARMv6, whose Thumb has no atomic instructions; and Thumb code, which the
+# processor's features that zig hands clang turn off, -mthumb or not.
+# compiler-rt's helpers, and the assembly files (.S), which zig assembles as
+# ARM, stay ARM code, which Thumb code calls through the linker's interworking.
 set(zig_target arm-linux-musleabihf)
 set(cpu generic+v7a+vfp3d16-neon-d32)
+set(clang_target thumbv7a-unknown-linux-musleabihf)
+set(thumb "-Xclang -triple -Xclang ${clang_target} -Xclang -target-feature -Xclang +thumb-mode")
 
 function(write_if_changed file content)
   file(WRITE ${file}.new "${content}")
@@ -72,8 +81,11 @@ gcc_dir=
 # names a library given by its path with that path, musl's libc.so having no
 # SONAME. So every link is handed a linker script that asks for -lc: it is
 # dynamic, and the program needs "libc.so", which musl's loader takes as
-# itself.
+# itself. zig's linker writes the System V symbol hash table beside the GNU
+# one; musl's loader reads the GNU one, the only one Debian's GCC writes (the
+# armhf build), so the other is left out.
 write_if_changed(${scripts}/musl-libc.so "INPUT(-lc)\n")
+set(link_flags -Wl,--hash-style=gnu)
 
 # musl's headers come before the Linux ones that zig carries (musl-dev has
 # none). zig compiles C++ against its libc++ headers, with the settings it
@@ -86,10 +98,10 @@ set(zig "#!/bin/sh
 export ZIG_LIBC='${scripts}/musl-libc.txt'
 export ZIG_GLOBAL_CACHE_DIR='${zig_cache}' ZIG_LOCAL_CACHE_DIR='${zig_cache}'
 zig='${LINKWARD_ZIG}'
-target='-target ${zig_target} -mcpu=${cpu}'
+target='-target ${zig_target} -mcpu=${cpu} ${thumb}'
 target=\"$target -isystem ${LINKWARD_ZIG_LIB}/libc/include/arm-linux-any\"
 target=\"$target -isystem ${LINKWARD_ZIG_LIB}/libc/include/any-linux-any\"
-link='${scripts}/musl-libc.so'
+link='${link_flags} ${scripts}/musl-libc.so'
 for arg; do
   case $arg in
     -c | -S | -E) link= ;;
