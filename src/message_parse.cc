@@ -5,7 +5,7 @@
 // padded with bytes that never arrived, a tag of more than five bytes is
 // refused); on well-formed input the two agree. The build replaces that parser
 // with this one in every class, and writes each class's dispatch from the
-// schema (cmake/schema_codegen.py).
+// schema (cmake/modules/schema_codegen.py).
 #include "message_parse.h"
 
 #include <google/protobuf/io/coded_stream.h>

@@ -2,7 +2,7 @@
 # Runs README.md's firmware recipe, its one block that installs into
 # $STAGING, exactly as written, from a fresh copy of the tree, against a
 # staging area in the firmware's layout that holds the protobuf lite runtime
-# alone, with cmake/staging-toolchain.cmake as the toolchain file; then runs
+# alone, with cmake/toolchains/staging.cmake as the toolchain file; then runs
 # what it built, and a C++ caller built through find_package, against the
 # root file system's library. Environment: README SOURCE WORK; CC and CXX,
 # the target's compilers and flags; ROOT, the lite runtime's sysroot (empty
@@ -34,7 +34,7 @@ cp -a "${ROOT:-}/usr/include/google/protobuf" "$STAGING/usr/include/google"
 sed 's|^libdir=.*|libdir=${prefix}/lib|' "$libdir/pkgconfig/protobuf-lite.pc" \
   >"$STAGING/usr/lib/pkgconfig/protobuf-lite.pc"
 
-export CMAKE_TOOLCHAIN_FILE=$tree/cmake/staging-toolchain.cmake CC CXX
+export CMAKE_TOOLCHAIN_FILE=$tree/cmake/toolchains/staging.cmake CC CXX
 (cd "$tree" && sh -eux -c "$recipe")
 
 # What firmware ships is link-time optimised.
@@ -44,7 +44,7 @@ grep -q -e '-flto' "$tree/build-firmware/build.ninja" || fail "the recipe's buil
 # configure is refused, where CMake would keep the first without a word;
 # asked for nothing, as when ninja configures again after a change to the
 # build files, it goes on with its own.
-for other in "CMAKE_TOOLCHAIN_FILE=$tree/cmake/armhf-toolchain.cmake" "CC=another-cc"; do
+for other in "CMAKE_TOOLCHAIN_FILE=$tree/cmake/toolchains/armhf.cmake" "CC=another-cc"; do
   (cd "$tree" && env "$other" cmake -S . -B build-firmware 2>&1 || true) | tr -s " \n" " " |
     grep "was configured with" >/dev/null ||
     fail "build-firmware configured again with $other is not refused"

@@ -259,7 +259,7 @@ def read_call(field):
 
 
 def dispatch(schema):
-    out = ["// Written by cmake/schema_codegen.py from proto/; not to be "
+    out = ["// Written by cmake/modules/schema_codegen.py from proto/; not to be "
            "edited.", "// Each message's fields under the key each arrives "
            "with, read as its type is.", ""]
     for message in schema.messages:
@@ -319,7 +319,7 @@ struct Message {
 
 
 def tables(schema):
-    out = ["// Written by cmake/schema_codegen.py from proto/; not to be "
+    out = ["// Written by cmake/modules/schema_codegen.py from proto/; not to be "
            "edited.", "#ifndef LINKWARD_SCHEMA_TABLES_H",
            "#define LINKWARD_SCHEMA_TABLES_H", "", "#include <cstdint>", "",
            TABLE_TYPES]

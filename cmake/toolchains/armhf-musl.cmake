@@ -1,7 +1,7 @@
 # Cross build for the router's own C library: 32-bit little-endian ARM with
 # musl (arm-linux-musleabihf), compiled by the clang that zig carries.
 #
-#   cmake -DCMAKE_TOOLCHAIN_FILE=cmake/armhf-musl-toolchain.cmake \
+#   cmake -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/armhf-musl.cmake \
 #         -DLINKWARD_ZIG=<zig> -DLINKWARD_SYSROOT=<folder> ...
 #
 # LINKWARD_ZIG is the zig compiler (0.11), with its lib/ folder beside it.

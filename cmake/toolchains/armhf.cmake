@@ -3,7 +3,7 @@
 # cross compiler. Same word size, byte order, int, size_t and calling
 # convention as the router's musl target.
 #
-#   cmake -DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake \
+#   cmake -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/armhf.cmake \
 #         -DLINKWARD_SYSROOT=<folder> ...
 #
 # LINKWARD_SYSROOT holds Debian's armhf packages unpacked with dpkg -x

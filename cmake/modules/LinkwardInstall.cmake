@@ -34,14 +34,14 @@ endif()
 
 install(EXPORT linkward-targets NAMESPACE linkward::
   DESTINATION ${LINKWARD_INSTALL_CMAKEDIR} COMPONENT development)
-configure_package_config_file(cmake/linkward-config.cmake.in
+configure_package_config_file(cmake/package/linkward-config.cmake.in
   ${PROJECT_BINARY_DIR}/linkward-config.cmake
   INSTALL_DESTINATION ${LINKWARD_INSTALL_CMAKEDIR})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/linkward-config-version.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/linkward-config.cmake
               ${PROJECT_BINARY_DIR}/linkward-config-version.cmake
-              ${PROJECT_SOURCE_DIR}/cmake/linkward-protobuf-lite.cmake
+              ${CMAKE_CURRENT_LIST_DIR}/linkward-protobuf-lite.cmake
   DESTINATION ${LINKWARD_INSTALL_CMAKEDIR} COMPONENT development)
 
 # The prefix is found from where the .pc file is (${pcfiledir}), so that an
@@ -49,6 +49,6 @@ install(FILES ${PROJECT_BINARY_DIR}/linkward-config.cmake
 set(LINKWARD_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
 cmake_path(RELATIVE_PATH LINKWARD_PC_PREFIX
   BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
-configure_file(cmake/linkward.pc.in ${PROJECT_BINARY_DIR}/linkward.pc @ONLY)
+configure_file(cmake/package/linkward.pc.in ${PROJECT_BINARY_DIR}/linkward.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/linkward.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
