@@ -211,16 +211,6 @@ class Reader {
     return key == 0 ? Fault::kZeroTag : Fault::kNone;
   }
 
-  template <class Integer>
-  bool read_little_endian(Integer& value) {
-    if (left() < sizeof value) return false;
-    value = 0;
-    for (size_t i = 0; i < sizeof value; ++i)
-      value |= static_cast<Integer>(at_[i]) << (8 * i);
-    at_ += sizeof value;
-    return true;
-  }
-
   // Its low 32 bits are the value of an int32 or an enumeration, however
   // long the varint; `value` is left as it was when the read fails.
   bool varint(uint64_t& value) {
@@ -312,11 +302,17 @@ Fault Reader::skip_field(uint32_t key, CodedOutputStream& unknown) {
       unknown.WriteVarint64(value);
       return Fault::kNone;
     }
-    case WireFormatLite::WIRETYPE_FIXED64: {
-      uint64_t value;
-      if (!read_little_endian(value)) return Fault::kBadUnknown;
+    case WireFormatLite::WIRETYPE_FIXED64:
+    case WireFormatLite::WIRETYPE_FIXED32: {
+      // Little-endian on the wire and in the unknown fields alike.
+      const uint32_t size = WireFormatLite::GetTagWireType(key) ==
+                                    WireFormatLite::WIRETYPE_FIXED64
+                                ? 8
+                                : 4;
+      if (left() < size) return Fault::kBadUnknown;
       unknown.WriteVarint32(key);
-      unknown.WriteLittleEndian64(value);
+      unknown.WriteRaw(at_, static_cast<int>(size));
+      at_ += size;
       return Fault::kNone;
     }
     case WireFormatLite::WIRETYPE_LENGTH_DELIMITED: {
@@ -335,13 +331,6 @@ Fault Reader::skip_field(uint32_t key, CodedOutputStream& unknown) {
       unknown.WriteVarint32(key);
       return --depth_left_ >= 0 && skip_group(key, unknown) ? Fault::kNone
                                                             : Fault::kBadGroup;
-    case WireFormatLite::WIRETYPE_FIXED32: {
-      uint32_t value;
-      if (!read_little_endian(value)) return Fault::kBadUnknown;
-      unknown.WriteVarint32(key);
-      unknown.WriteLittleEndian32(value);
-      return Fault::kNone;
-    }
     case WireFormatLite::WIRETYPE_END_GROUP:  // with no group open
       return Fault::kEndGroup;
     default:  // wire type 6 or 7
