@@ -239,9 +239,11 @@ std::string unknown_of(const Json& j, const std::string& path) {
   std::string out;
   for (size_t i = 0; i < j.size(); ++i) {
     const std::string at = path + "[" + std::to_string(i) + "]";
-    if (!j[i].is_object() || !j[i].contains("bytes"))
+    if (!j[i].is_object() || !j[i].contains("bytes") ||
+        !j[i]["bytes"].is_string())
       misfit(at, "is not {\"bytes\": \"...\"}");
-    out += bytes_of(Json{{"hex", j[i]["bytes"]}}, at + ".bytes");
+    out +=
+        parse_hex(j[i]["bytes"].get<std::string>(), at + ".bytes", kUnreadable);
   }
   return out;
 }
