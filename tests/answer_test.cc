@@ -105,9 +105,12 @@ std::vector<Answer> answers() {
       {hex(kLevel70 + " 80 80 80 80 80 80 80 80 80 80 01"), "code 5",
        "stops at 8"},
       {hex(kLevel70 + " 88"), "code 5", "stops at 8"},
-      // An unknown number keeps all its bits.
+      // An unknown number keeps all its bits, an unknown fixed64 and fixed32
+      // their eight and four bytes.
       {hex("08 00 78 ff ff ff ff ff ff ff ff ff 01"), "refused -4", "whole",
        "08 00 78 ff ff ff ff ff ff ff ff ff 01"},
+      {hex("08 00 79 01 02 03 04 05 06 07 08 7d 01 02 03 04"), "refused -4",
+       "whole", "08 00 79 01 02 03 04 05 06 07 08 7d 01 02 03 04"},
       // A known number under a wire type not its own is kept aside: a level
       // as bytes, values as a number.
       {hex("08 00 12 09 10 01 22 05 12 01 46 40 00"), "code 0"},
