@@ -10,13 +10,22 @@ cmd_test() {
 }
 
 # Firmware and distribution builds start from a release tarball, not a
-# clone: the test command must pass there too.
+# clone: the test command must pass there too. The tree goes outside the
+# clone, with git told not to look above it, so that nothing in the build
+# finds the clone's repository; the caller's build folders are not used.
 cmd_test_release() {
-  local tree=$root/build-release/linkward
-  rm -rf "$tree"
-  mkdir -p "$tree"
+  local parent tree
+  parent=$(mktemp -d "${TMPDIR:-/tmp}/linkward-release.XXXXXX")
+  tree=$parent/linkward
+  mkdir "$tree"
   git -C "$root" archive HEAD | tar -x -C "$tree"
-  "$tree/scripts/dev" test
+  export GIT_CEILING_DIRECTORIES=$parent
+  if git -C "$tree" rev-parse --git-dir >/dev/null 2>&1; then
+    echo "scripts/dev test-release: $tree is inside a git repository" >&2
+    return 1
+  fi
+  env -u LINKWARD_BUILD_DIR "$tree/scripts/dev" test
+  rm -rf "$parent"
 }
 
 # Prints a command line as a newcomer would type it, then runs it.
