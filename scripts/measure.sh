@@ -65,19 +65,27 @@ cmd_callgrind() {
 
 callgrind_build() {  # build type, folder
   local driver=$2/bench/linkward-callgrind-driver calls=2000
-  local out=$2/callgrind missed=0 library floor target l f
+  local out=$2/callgrind missed=0 cases library floor target l f
   mkdir -p "$out"
+  if ! cases=$("$driver" --list) || [ -z "$cases" ]; then
+    echo "scripts/dev callgrind: $driver --list named no case to measure" >&2
+    return 1
+  fi
   printf '%-36s %7s %8s %14s %14s\n' "$1 (instructions per call)" \
     ratio target library floor
   while read -r library floor target; do
     l=$(callgrind_per_call "$driver" "$library" "$calls" "$out")
     f=$(callgrind_per_call "$driver" "$floor" "$calls" "$out")
     awk -v row="$library" -v l="$l" -v f="$f" -v t="$target" 'BEGIN {
+      if (l <= 0 || f <= 0) {
+        printf "%-36s no instructions counted\n", row
+        exit 1
+      }
       missed = t != 0 && l / f > t
       mark = t == 0 ? "" : (missed ? "MISS " : "<=") t
       printf "%-36s %7.3f %8s %14d %14d\n", row, l / f, mark, l, f
       exit missed }' || missed=1
-  done < <("$driver" --list)
+  done <<<"$cases"
   return "$missed"
 }
 
