@@ -28,7 +28,8 @@ FILE_NAME, FILE_PACKAGE, FILE_MESSAGES, FILE_ENUMS = 1, 2, 4, 5
 FILE_EXTENSIONS, FILE_OPTIONS, FILE_SYNTAX = 7, 8, 12
 OPTIMIZE_FOR, LITE_RUNTIME = 9, 3
 MESSAGE_NAME, MESSAGE_FIELDS, MESSAGE_NESTED, MESSAGE_ENUMS = 1, 2, 3, 4
-MESSAGE_EXTENSION_RANGES, MESSAGE_EXTENSIONS, MESSAGE_ONEOFS = 5, 6, 8
+MESSAGE_EXTENSION_RANGES, MESSAGE_EXTENSIONS, MESSAGE_OPTIONS = 5, 6, 7
+MESSAGE_ONEOFS, MAP_ENTRY = 8, 7
 FIELD_NAME, FIELD_NUMBER, FIELD_LABEL, FIELD_TYPE = 1, 3, 4, 5
 FIELD_TYPE_NAME, FIELD_DEFAULT, FIELD_OPTIONS, FIELD_ONEOF = 6, 7, 8, 9
 ENUM_NAME, ENUM_VALUES, VALUE_NAME, VALUE_NUMBER = 1, 2, 1, 2
@@ -146,8 +147,9 @@ class Field:
 
 
 class Message:
-    def __init__(self, full_name, cpp, proto_file, fields):
+    def __init__(self, full_name, cpp, proto_file, fields, map_entry):
         self.full_name = full_name
+        self.map_entry = map_entry  # the entries of a map field
         self.cpp = cpp
         self.proto_file = proto_file
         self.fields = sorted(fields, key=lambda f: f.number)
@@ -170,7 +172,8 @@ class Schema:
     def read_file(self, fields):
         name = text(fields, FILE_NAME)
         if text(fields, FILE_SYNTAX, "proto2") != "proto2":
-            raise SchemaError(name + ": the schema is proto2")
+            raise SchemaError(name + ": the library's parse reads proto2 "
+                              "schemas alone: syntax = \"proto2\";")
         options = records(fields[FILE_OPTIONS][0]) if FILE_OPTIONS in fields \
             else {}
         if integer(options, OPTIMIZE_FOR) != LITE_RUNTIME:
@@ -209,9 +212,12 @@ class Schema:
         # Nested types are named Outer_Inner in C++.
         for enum in fields.get(MESSAGE_ENUMS, []):
             self.read_enum(records(enum), full_name + ".", cpp + "_")
+        options = (records(fields[MESSAGE_OPTIONS][0])
+                   if MESSAGE_OPTIONS in fields else {})
         message = Message(full_name, cpp, proto_file,
                           [Field(full_name, records(f))
-                           for f in fields.get(MESSAGE_FIELDS, [])])
+                           for f in fields.get(MESSAGE_FIELDS, [])],
+                          integer(options, MAP_ENTRY) != 0)
         self.messages.append(message)
         for nested in fields.get(MESSAGE_NESTED, []):
             self.read_message(records(nested), full_name + ".", cpp + "_",
@@ -223,6 +229,9 @@ class Schema:
             field.enum = self.enums[self.enum_index[field.type_name]]
         if field.kind == "kMessage":
             field.message = self.messages[self.message_index[field.type_name]]
+            if field.message.map_entry:
+                raise SchemaError(field.where + ": map fields are not read by "
+                                  "the library's parse")
         field.type_index = (self.enum_index.get(field.type_name) if field.enum
                             else self.message_index.get(field.type_name, 0))
 
@@ -411,11 +420,14 @@ def write_if_changed(path, content):
 
 
 def main(descriptors, protoc_out, out):
+    """Writes nothing unless everything could be written."""
     with open(descriptors, "rb") as f:
         schema = Schema(f.read())
     by_file = {}
     for message in schema.messages:
         by_file.setdefault(message.proto_file, []).append(message)
+    outputs = {"message_fields.inc": dispatch(schema),
+               "schema_tables.h": tables(schema)}
     for proto_file, messages in by_file.items():
         stem = os.path.splitext(os.path.basename(proto_file))[0]
         for suffix in (".pb.h", ".pb.cc"):
@@ -424,10 +436,9 @@ def main(descriptors, protoc_out, out):
                 code = f.read()
             if suffix == ".pb.cc":
                 code = hand_parsers_over(code, path, messages)
-            write_if_changed(os.path.join(out, stem + suffix), code)
-    write_if_changed(os.path.join(out, "message_fields.inc"),
-                     dispatch(schema))
-    write_if_changed(os.path.join(out, "schema_tables.h"), tables(schema))
+            outputs[stem + suffix] = code
+    for name, content in outputs.items():
+        write_if_changed(os.path.join(out, name), content)
 
 
 if __name__ == "__main__":
