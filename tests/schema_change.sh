@@ -10,13 +10,17 @@ fail() { echo "schema_change: $*" >&2; exit 1; }
 rm -rf "$WORK"
 copy_tree "$SOURCE" "$WORK/linkward"
 proto=$WORK/linkward/proto/kx_response.proto
-last='  optional linkward.info.WebScanResult webscan_result = 9;'
-grep -qxF "$last" "$proto" || fail "MD5Result's last field is not '$last'"
-sed -i "s/^$last\$/&\n  optional int32 score = 10;\n  optional bool flagged = 11;\
-\n  optional bytes blob = 12;\n  optional string note = 13;\
-\n  optional linkward.info.CacheType kind = 14;\
-\n  repeated linkward.info.StringPair extras = 15;\n  repeated string tags = 16;\
-\n  optional linkward.info.LeakCount leak = 17;/" "$proto"
+# At the end of MD5Result, with numbers far from those a maintainer adds next.
+grep -qx 'message MD5Result {' "$proto" || fail "no MD5Result in $proto"
+sed -i '/^message MD5Result {$/,/^}$/ s/^}$/  optional int32 score = 1001;\
+  optional bool flagged = 1002;\
+  optional bytes blob = 1003;\
+  optional string note = 1004;\
+  optional linkward.info.CacheType kind = 1005;\
+  repeated linkward.info.StringPair extras = 1006;\
+  repeated string tags = 1007;\
+  optional linkward.info.LeakCount leak = 1008;\
+}/' "$proto"
 
 cmake -S "$SOURCE/tests/schema_change" -B "$WORK/build" -G Ninja \
   -DLINKWARD_SOURCE_DIR="$WORK/linkward" >/dev/null
