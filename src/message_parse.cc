@@ -359,7 +359,7 @@ bool Reader::skip_group(uint32_t key, CodedOutputStream& unknown) {
 constexpr uintptr_t kSlopBytes = 16;
 
 // One class's merge, behind a plain function pointer, so that all that does
-// not depend on the class is compiled once rather than for each of 14.
+// not depend on the class is compiled once rather than for each class.
 using Merge = Ending (*)(Reader&, void* message);
 
 template <class M>

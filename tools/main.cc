@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <vector>
 
@@ -16,9 +17,6 @@ namespace {
 
 using namespace tool;
 namespace resp = linkward::info::resp;
-
-// The query's fixed fields plus the longest length prefixes of the others.
-constexpr size_t kQueryOverhead = 96;
 
 const char kExitStatuses[] =
     "Exit status:\n"
@@ -193,14 +191,20 @@ ExitStatus run_request(const Args& a) {
   const std::string vk = a.vk_file.empty()
                              ? parse_hex(a.vk_hex, "--vk-hex", kUsage)
                              : read_input(a.vk_file);
-  const size_t room = kQueryOverhead + a.url.size() + a.mid.size() + vk.size();
-  if (room > INT32_MAX)
-    throw Failure(kUsage, "the URL, mid and vk are too long for one query");
-  std::string query(room, '\0');
-  int32_t length = 0;
-  const int32_t rc = create_proto_request(
-      query.data(), &length, static_cast<int32_t>(room), 1, a.url.c_str(),
-      a.mid.c_str(), vk.data(), static_cast<uint32_t>(vk.size()));
+  // The library alone knows the query's size: it is asked with the texts'
+  // sizes, then with twice the room each time it says -2.
+  std::string query;
+  int32_t length = 0, rc = LINKWARD_ERR_TOO_SMALL;
+  for (size_t room = 1 + a.url.size() + a.mid.size() + vk.size();
+       rc == LINKWARD_ERR_TOO_SMALL; room *= 2) {
+    if (query.size() == INT32_MAX)
+      throw Failure(kUsage, "the URL, mid and vk are too long for one query");
+    query.resize(std::min<size_t>(room, INT32_MAX));
+    rc = create_proto_request(query.data(), &length,
+                              static_cast<int32_t>(query.size()), 1,
+                              a.url.c_str(), a.mid.c_str(), vk.data(),
+                              static_cast<uint32_t>(vk.size()));
+  }
   if (rc != LINKWARD_OK)
     throw Failure(kRefused,
                   "the library refused the query: " + std::to_string(rc));

@@ -330,23 +330,38 @@ Json json_bytes(const std::string& bytes) {
   }
 }
 
+// A switch, so that a new fault without its text is a compiler warning.
 const char* fault_text(linkward::ParseFault fault) {
-  static const char* const kTexts[] = {
-      "none",
-      "a tag of 0",
-      "a length past the end of the message holding it",
-      "a length past the end of the bytes",
-      "cut short by the end of the message holding it",
-      "cut short by the end of the bytes",
-      "a varint longer than ten bytes",
-      "a length above 2147483647 or negative",
-      "nesting deeper than 100 levels",
-      "an end-group tag with no group open",
-      "wire type 6 or 7, which do not exist",
-      "an unknown field cut short or malformed",
-      "an unknown group cut short, left open or nested too deep",
-  };
-  return kTexts[static_cast<int>(fault)];
+  using F = linkward::ParseFault;
+  switch (fault) {
+    case F::kNone:
+      return "none";
+    case F::kZeroTag:
+      return "a tag of 0";
+    case F::kPastMessage:
+      return "a length past the end of the message holding it";
+    case F::kPastBytes:
+      return "a length past the end of the bytes";
+    case F::kCutByMessage:
+      return "cut short by the end of the message holding it";
+    case F::kCutByBytes:
+      return "cut short by the end of the bytes";
+    case F::kOverlong:
+      return "a varint longer than ten bytes";
+    case F::kBadLength:
+      return "a length above 2147483647 or negative";
+    case F::kTooDeep:
+      return "nesting deeper than 100 levels";
+    case F::kEndGroup:
+      return "an end-group tag with no group open";
+    case F::kBadWireType:
+      return "wire type 6 or 7, which do not exist";
+    case F::kBadUnknown:
+      return "an unknown field cut short or malformed";
+    case F::kBadGroup:
+      return "an unknown group cut short, left open or nested too deep";
+  }
+  return "an unnamed fault";
 }
 
 std::string parse_fault(const linkward::ParseReport& report) {
