@@ -159,6 +159,7 @@ class Reader {
 
  private:
   Fault skip_field(uint32_t key, CodedOutputStream& unknown);
+  Fault skip_fixed(uint32_t key, uint32_t size, CodedOutputStream& unknown);
   bool skip_group(uint32_t key, CodedOutputStream& unknown);
 
   int offset(const uint8_t* at) const { return static_cast<int>(at - bytes_); }
@@ -193,8 +194,12 @@ class Reader {
   // stream leaves them, a key of 0 has been read, a cut one read up to the
   // limit, a long one not read at all.
   [[gnu::always_inline]] Fault read_key(uint32_t& key) {
-    if (at_ == limit_ || *at_ >= 0x80) return read_long_key(key);
-    key = *at_++;
+    if (at_ == limit_ || *at_ >= 0x80) {
+      const Fault fault = read_long_key(key);
+      if (fault != Fault::kNone) return fault;
+    } else {
+      key = *at_++;
+    }
     return key == 0 ? Fault::kZeroTag : Fault::kNone;
   }
 
@@ -202,13 +207,11 @@ class Reader {
   [[gnu::noinline]] Fault read_long_key(uint32_t& key) {
     uint64_t read;
     const Fault fault = read_varint(read);
-    if (fault == Fault::kOverlong) return fault;
-    if (fault != Fault::kNone) {
+    if (fault == Fault::kNone)
+      key = static_cast<uint32_t>(read);
+    else if (fault != Fault::kOverlong)
       at_ = limit_;
-      return fault;
-    }
-    key = static_cast<uint32_t>(read);
-    return key == 0 ? Fault::kZeroTag : Fault::kNone;
+    return fault;
   }
 
   // Its low 32 bits are the value of an int32 or an enumeration, however
@@ -303,18 +306,9 @@ Fault Reader::skip_field(uint32_t key, CodedOutputStream& unknown) {
       return Fault::kNone;
     }
     case WireFormatLite::WIRETYPE_FIXED64:
-    case WireFormatLite::WIRETYPE_FIXED32: {
-      // Little-endian on the wire and in the unknown fields alike.
-      const uint32_t size = WireFormatLite::GetTagWireType(key) ==
-                                    WireFormatLite::WIRETYPE_FIXED64
-                                ? 8
-                                : 4;
-      if (left() < size) return Fault::kBadUnknown;
-      unknown.WriteVarint32(key);
-      unknown.WriteRaw(at_, static_cast<int>(size));
-      at_ += size;
-      return Fault::kNone;
-    }
+      return skip_fixed(key, 8, unknown);
+    case WireFormatLite::WIRETYPE_FIXED32:
+      return skip_fixed(key, 4, unknown);
     case WireFormatLite::WIRETYPE_LENGTH_DELIMITED: {
       uint64_t read;
       if (read_varint(read) != Fault::kNone) return Fault::kBadUnknown;
@@ -336,6 +330,17 @@ Fault Reader::skip_field(uint32_t key, CodedOutputStream& unknown) {
     default:  // wire type 6 or 7
       return Fault::kBadWireType;
   }
+}
+
+// A fixed-width value is little-endian on the wire and in the unknown fields
+// alike, so its bytes are kept as they came.
+Fault Reader::skip_fixed(uint32_t key, uint32_t size,
+                         CodedOutputStream& unknown) {
+  if (left() < size) return Fault::kBadUnknown;
+  unknown.WriteVarint32(key);
+  unknown.WriteRaw(at_, static_cast<int>(size));
+  at_ += size;
+  return Fault::kNone;
 }
 
 // A group's fields up to its end-group key, which must be its own; the end
