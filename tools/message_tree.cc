@@ -294,6 +294,40 @@ std::string encode_as(const Json& j) {
   return message_of(j, message_index(M().GetTypeName()), "");
 }
 
+// A switch, so that a new fault without its text is a compiler warning.
+const char* fault_text(linkward::ParseFault fault) {
+  using F = linkward::ParseFault;
+  switch (fault) {
+    case F::kNone:
+      return "none";
+    case F::kZeroTag:
+      return "a tag of 0";
+    case F::kPastMessage:
+      return "a length past the end of the message holding it";
+    case F::kPastBytes:
+      return "a length past the end of the bytes";
+    case F::kCutByMessage:
+      return "cut short by the end of the message holding it";
+    case F::kCutByBytes:
+      return "cut short by the end of the bytes";
+    case F::kOverlong:
+      return "a varint longer than ten bytes";
+    case F::kBadLength:
+      return "a length above 2147483647 or negative";
+    case F::kTooDeep:
+      return "nesting deeper than 100 levels";
+    case F::kEndGroup:
+      return "an end-group tag with no group open";
+    case F::kBadWireType:
+      return "wire type 6 or 7, which do not exist";
+    case F::kBadUnknown:
+      return "an unknown field cut short or malformed";
+    case F::kBadGroup:
+      return "an unknown group cut short, left open or nested too deep";
+  }
+  return "an unnamed fault";
+}
+
 }  // namespace
 
 Inspection inspect(const std::string& bytes, MessageKind kind, bool json) {
@@ -328,40 +362,6 @@ Json json_bytes(const std::string& bytes) {
   } catch (const Json::type_error&) {
     return {{"hex", format_hex(bytes, true)}};
   }
-}
-
-// A switch, so that a new fault without its text is a compiler warning.
-const char* fault_text(linkward::ParseFault fault) {
-  using F = linkward::ParseFault;
-  switch (fault) {
-    case F::kNone:
-      return "none";
-    case F::kZeroTag:
-      return "a tag of 0";
-    case F::kPastMessage:
-      return "a length past the end of the message holding it";
-    case F::kPastBytes:
-      return "a length past the end of the bytes";
-    case F::kCutByMessage:
-      return "cut short by the end of the message holding it";
-    case F::kCutByBytes:
-      return "cut short by the end of the bytes";
-    case F::kOverlong:
-      return "a varint longer than ten bytes";
-    case F::kBadLength:
-      return "a length above 2147483647 or negative";
-    case F::kTooDeep:
-      return "nesting deeper than 100 levels";
-    case F::kEndGroup:
-      return "an end-group tag with no group open";
-    case F::kBadWireType:
-      return "wire type 6 or 7, which do not exist";
-    case F::kBadUnknown:
-      return "an unknown field cut short or malformed";
-    case F::kBadGroup:
-      return "an unknown group cut short, left open or nested too deep";
-  }
-  return "an unnamed fault";
 }
 
 std::string parse_fault(const linkward::ParseReport& report) {

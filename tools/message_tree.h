@@ -39,10 +39,8 @@ std::string encode(const std::string& json, MessageKind kind,
 // Bytes in JSON: a string where they are valid UTF-8, else {"hex": "..."}.
 Json json_bytes(const std::string& bytes);
 
-// Where and why the parse did not read the bytes whole ("" when it did),
-// and why alone.
+// Where and why the parse did not read the bytes whole ("" when it did).
 std::string parse_fault(const linkward::ParseReport& report);
-const char* fault_text(linkward::ParseFault fault);
 
 }  // namespace tool
 

@@ -33,7 +33,7 @@ MESSAGE_ONEOFS, MAP_ENTRY = 8, 7
 FIELD_NAME, FIELD_NUMBER, FIELD_LABEL, FIELD_TYPE = 1, 3, 4, 5
 FIELD_TYPE_NAME, FIELD_DEFAULT, FIELD_OPTIONS, FIELD_ONEOF = 6, 7, 8, 9
 ENUM_NAME, ENUM_VALUES, VALUE_NAME, VALUE_NUMBER = 1, 2, 1, 2
-OPTIONAL, REQUIRED, REPEATED = 1, 2, 3
+REPEATED = 3  # the label of a repeated field
 
 # The field types the library's parse reads: the kind the tables give each,
 # and whether it arrives as a varint or length-delimited.
@@ -314,7 +314,6 @@ struct Field {
   uint32_t key;  // the field's tag under its own wire type
   Kind kind;
   bool repeated;
-  bool required;
   int type;  // an index into kMessages, or into kEnums for an enumeration
   int64_t default_value;  // what a number reads while absent
 };
@@ -345,10 +344,9 @@ def tables(schema):
             continue
         out.append("inline constexpr Field kMessage%dFields[] = {" % i)
         for f in message.fields:
-            out.append('    {"%s", %d, %d, Kind::%s, %s, %s, %d, %d},' % (
+            out.append('    {"%s", %d, %d, Kind::%s, %s, %d, %d},' % (
                 f.name, f.number, f.key, f.kind,
                 "true" if f.label == REPEATED else "false",
-                "true" if f.label == REQUIRED else "false",
                 f.type_index or 0, schema.default_of(f)
                 if f.kind in ("kInt32", "kBool", "kEnum") else 0))
         out.append("};")
