@@ -68,10 +68,8 @@ footprint() {  # build folder
   cmake --build "$1" --target footprint
 }
 
-# Firmware's budget for the stripped library, in bytes, on both ARM targets:
-# 104 KiB, up from 100 since the library reads answers with its own parse
-# (3 KB of code, which moved its writable data one 4 KiB page further into
-# the file).
+# Firmware's budget for the stripped library, in bytes, on both ARM targets
+# (docs/performance.md says how it was set).
 firmware_size_limit=106496
 
 # apt-get for armhf with an apt state of its own in the folder given, so that
